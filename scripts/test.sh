@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# The test command: installs what is missing, builds everything (tests, tools,
+# benchmarks) with AddressSanitizer and UndefinedBehaviorSanitizer and warnings as
+# errors, runs the whole suite with ctest, then every extra check in scripts/ci.d/.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+"$root/scripts/deps.sh"
+
+build=${BUILD_DIR:-$root/build-test}
+jobs=${JOBS:-$(nproc)}
+cmake -S "$root" -B "$build" -G Ninja \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DSPREADSHEET_SANITIZE=ON -DSPREADSHEET_WERROR=ON \
+  -DSPREADSHEET_BUILD_TESTS=ON -DSPREADSHEET_BUILD_BENCH=ON
+cmake --build "$build" -j "$jobs"
+
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$root/tests/lsan.supp:print_suppressions=0}
+ctest --test-dir "$build" --output-on-failure -j "$jobs" --timeout 600
+
+for check in "$root"/scripts/ci.d/*.sh; do
+  [ -e "$check" ] || continue
+  echo "== $(basename "$check")"
+  BUILD_DIR="$build" bash "$check"
+done

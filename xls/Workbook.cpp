@@ -1,0 +1,210 @@
+#include "xls/Workbook.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include "xls/Status.h"
+
+namespace xls {
+
+std::string Status::ToString() const {
+  switch (code_) {
+    case Code::kOk: return "OK";
+    case Code::kNotFound: return "not found: " + message_;
+    case Code::kIOError: return "I/O error: " + message_;
+    case Code::kCorruption: return "corruption: " + message_;
+    case Code::kUnsupported: return "unsupported: " + message_;
+    case Code::kInvalidArgument: return "invalid argument: " + message_;
+  }
+  return message_;
+}
+
+bool Style::operator==(const Style& o) const {
+  return bold == o.bold && horizontal == o.horizontal && vertical == o.vertical &&
+         left == o.left && right == o.right && top == o.top && bottom == o.bottom &&
+         numberFormat == o.numberFormat;
+}
+
+Cell Cell::Text(std::string s, std::uint16_t style) {
+  Cell c;
+  c.type = CellType::kText;
+  c.text = std::move(s);
+  c.style = style;
+  return c;
+}
+
+Cell Cell::Number(double v, std::uint16_t style) {
+  Cell c;
+  c.type = CellType::kNumber;
+  c.number = v;
+  c.style = style;
+  return c;
+}
+
+Cell Cell::Boolean(bool v, std::uint16_t style) {
+  Cell c;
+  c.type = CellType::kBoolean;
+  c.number = v ? 1 : 0;
+  c.style = style;
+  return c;
+}
+
+Cell Cell::Error(std::uint8_t code, std::uint16_t style) {
+  Cell c;
+  c.type = CellType::kError;
+  c.number = code;
+  c.style = style;
+  return c;
+}
+
+Cell Cell::DateTime(double serial, std::uint16_t style) {
+  Cell c;
+  c.type = CellType::kDateTime;
+  c.number = serial;
+  c.style = style;
+  return c;
+}
+
+bool Cell::operator==(const Cell& o) const {
+  if (type != o.type || style != o.style) return false;
+  switch (type) {
+    case CellType::kEmpty: return true;
+    case CellType::kText: return text == o.text;
+    default: return number == o.number;
+  }
+}
+
+namespace {
+const Cell kEmptyCell;
+}
+
+const Cell& Sheet::at(int row, int column) const {
+  assert(row >= 0 && row < kMaxRows && column >= 0 && column < kMaxColumns);
+  if (row >= static_cast<int>(rows_.size())) return kEmptyCell;
+  const auto& r = rows_[row];
+  if (column >= static_cast<int>(r.size())) return kEmptyCell;
+  return r[column];
+}
+
+Cell& Sheet::mutableAt(int row, int column) {
+  assert(row >= 0 && row < kMaxRows && column >= 0 && column < kMaxColumns);
+  if (row >= static_cast<int>(rows_.size())) rows_.resize(row + 1);
+  auto& r = rows_[row];
+  if (column >= static_cast<int>(r.size())) r.resize(column + 1);
+  return r[column];
+}
+
+void Sheet::clear(int row, int column) {
+  if (row >= static_cast<int>(rows_.size())) return;
+  auto& r = rows_[row];
+  if (column >= static_cast<int>(r.size())) return;
+  r[column] = Cell();
+  // Keep rows dense only up to their last stored cell, and the sheet up to its last row.
+  while (!r.empty() && r.back().isEmpty() && r.back().style == 0) r.pop_back();
+  while (!rows_.empty() && rows_.back().empty()) rows_.pop_back();
+}
+
+int Sheet::usedRows() const {
+  for (int r = static_cast<int>(rows_.size()) - 1; r >= 0; --r) {
+    for (const Cell& c : rows_[r]) {
+      if (!c.isEmpty()) return r + 1;
+    }
+  }
+  return 0;
+}
+
+int Sheet::usedColumns() const {
+  int used = 0;
+  for (const auto& r : rows_) {
+    for (int c = static_cast<int>(r.size()) - 1; c >= used; --c) {
+      if (!r[c].isEmpty()) {
+        used = c + 1;
+        break;
+      }
+    }
+  }
+  return used;
+}
+
+int Sheet::extentColumns() const {
+  std::size_t widest = 0;
+  for (const auto& r : rows_) widest = std::max(widest, r.size());
+  return static_cast<int>(widest);
+}
+
+std::uint16_t Sheet::columnWidth(int column) const {
+  auto it = columnWidths_.find(column);
+  return it == columnWidths_.end() ? 0 : it->second;
+}
+
+void Sheet::setColumnWidth(int column, std::uint16_t width256) {
+  if (width256 == 0) {
+    columnWidths_.erase(column);
+  } else {
+    columnWidths_[column] = width256;
+  }
+}
+
+Workbook::Workbook() { styles_.emplace_back(); }
+
+namespace {
+bool EqualIgnoringAsciiCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    unsigned char x = a[i], y = b[i];
+    if (x >= 'A' && x <= 'Z') x += 32;
+    if (y >= 'A' && y <= 'Z') y += 32;
+    if (x != y) return false;
+  }
+  return true;
+}
+}  // namespace
+
+Sheet* Workbook::findSheet(std::string_view name) {
+  for (Sheet& s : sheets_) {
+    if (s.name() == name) return &s;
+  }
+  for (Sheet& s : sheets_) {
+    if (EqualIgnoringAsciiCase(s.name(), name)) return &s;
+  }
+  return nullptr;
+}
+
+const Sheet* Workbook::findSheet(std::string_view name) const {
+  return const_cast<Workbook*>(this)->findSheet(name);
+}
+
+Sheet& Workbook::addSheet(std::string name) {
+  sheets_.emplace_back(std::move(name));
+  return sheets_.back();
+}
+
+void Workbook::removeSheet(std::size_t index) {
+  if (index < sheets_.size()) sheets_.erase(sheets_.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+bool Workbook::isValidSheetName(std::string_view name) {
+  // Length is counted in characters; UTF-8 continuation bytes do not count.
+  std::size_t chars = 0;
+  for (unsigned char ch : name) {
+    if ((ch & 0xC0) != 0x80) ++chars;
+    switch (ch) {
+      case ':': case '\\': case '/': case '?': case '*': case '[': case ']':
+        return false;
+      default:
+        break;
+    }
+  }
+  if (chars < 1 || chars > 31) return false;
+  return name.front() != '\'' && name.back() != '\'';
+}
+
+std::uint16_t Workbook::addStyle(const Style& style) {
+  for (std::size_t i = 0; i < styles_.size(); ++i) {
+    if (styles_[i] == style) return static_cast<std::uint16_t>(i);
+  }
+  styles_.push_back(style);
+  return static_cast<std::uint16_t>(styles_.size() - 1);
+}
+
+}  // namespace xls

@@ -1,0 +1,132 @@
+// The workbook model shared by the .xls codec, the ODBC driver and the automation
+// server: ordered sheets of cells within the BIFF8 grid (65,536 rows x 256 columns),
+// a table of cell styles, column widths and defined names.
+//
+// Ownership: a Workbook owns its sheets by value; a Sheet owns its cells by value.
+// References returned by accessors stay valid until the next call that adds or
+// removes a sheet (Workbook) or writes a cell of the same row (Sheet).
+// Text is UTF-8 throughout. Rows and columns are 0-based here (A1 is row 0, column 0).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace xls {
+
+constexpr int kMaxRows = 65536;
+constexpr int kMaxColumns = 256;
+
+enum class CellType : std::uint8_t { kEmpty, kText, kNumber, kBoolean, kError, kDateTime };
+enum class HAlign : std::uint8_t { kGeneral, kLeft, kCenter, kRight, kFill, kJustify, kCenterAcross };
+enum class VAlign : std::uint8_t { kTop, kCenter, kBottom, kJustify };
+enum class Border : std::uint8_t { kNone, kHair, kThin, kMedium, kThick };
+
+struct Style {
+  bool bold = false;
+  HAlign horizontal = HAlign::kGeneral;
+  VAlign vertical = VAlign::kBottom;
+  Border left = Border::kNone;
+  Border right = Border::kNone;
+  Border top = Border::kNone;
+  Border bottom = Border::kNone;
+  // Empty means "General". A date/time format (for example "yyyy-mm-dd hh:mm:ss") makes
+  // a number cell a date/time cell.
+  std::string numberFormat;
+
+  bool operator==(const Style& o) const;
+  bool operator!=(const Style& o) const { return !(*this == o); }
+};
+
+struct Cell {
+  CellType type = CellType::kEmpty;
+  // kNumber: the value; kDateTime: the serial day number in the workbook's date system;
+  // kBoolean: 0 or 1; kError: the BIFF error code (0x07 #DIV/0!, 0x2A #N/A, ...).
+  double number = 0;
+  std::string text;       // kText only
+  std::uint16_t style = 0;  // index into Workbook::styles(); 0 is the default style
+
+  static Cell Text(std::string s, std::uint16_t style = 0);
+  static Cell Number(double v, std::uint16_t style = 0);
+  static Cell Boolean(bool v, std::uint16_t style = 0);
+  static Cell Error(std::uint8_t code, std::uint16_t style = 0);
+  static Cell DateTime(double serial, std::uint16_t style = 0);
+
+  bool isEmpty() const { return type == CellType::kEmpty; }
+  bool operator==(const Cell& o) const;
+};
+
+class Sheet {
+ public:
+  explicit Sheet(std::string name) : name_(std::move(name)) {}
+
+  const std::string& name() const { return name_; }
+  void setName(std::string name) { name_ = std::move(name); }
+
+  // REQUIRES: 0 <= row < kMaxRows and 0 <= column < kMaxColumns for every cell access.
+  // A cell never written reads as an empty cell with the default style.
+  const Cell& at(int row, int column) const;
+  // Creates the cell (and the row) when needed.
+  Cell& mutableAt(int row, int column);
+  void set(int row, int column, Cell cell) { mutableAt(row, column) = std::move(cell); }
+  // Makes the cell empty with the default style.
+  void clear(int row, int column);
+  // Removes every cell (values and styles); column widths stay.
+  void clearAll() { rows_.clear(); }
+
+  // 1 + the last row that holds a non-empty cell, 0 when none does. Styled empty cells
+  // do not count (usedRows/usedColumns describe values, which is what SQL sees).
+  int usedRows() const;
+  // 1 + the last column that holds a non-empty cell in any row, 0 when none does.
+  int usedColumns() const;
+  // 1 + the last row / column holding any stored cell, styled empty cells included.
+  int extentRows() const { return static_cast<int>(rows_.size()); }
+  int extentColumns() const;
+
+  // Column width in 1/256 of the width of the digit zero; 0 means "not set" (default).
+  std::uint16_t columnWidth(int column) const;
+  void setColumnWidth(int column, std::uint16_t width256);
+  const std::map<int, std::uint16_t>& columnWidths() const { return columnWidths_; }
+
+  // Direct row access for fast whole-sheet walks: rows()[r][c] for c < rows()[r].size().
+  const std::vector<std::vector<Cell>>& rows() const { return rows_; }
+
+ private:
+  std::string name_;
+  std::vector<std::vector<Cell>> rows_;  // each row dense up to its last stored cell
+  std::map<int, std::uint16_t> columnWidths_;
+};
+
+class Workbook {
+ public:
+  Workbook();  // one style (index 0, the default), no sheets, 1900 date system
+
+  std::vector<Sheet>& sheets() { return sheets_; }
+  const std::vector<Sheet>& sheets() const { return sheets_; }
+  // Exact, case-sensitive match first; failing that, a match ignoring ASCII case (sheet
+  // names are unique ignoring case in a workbook). nullptr when none.
+  Sheet* findSheet(std::string_view name);
+  const Sheet* findSheet(std::string_view name) const;
+  // REQUIRES: isValidSheetName(name) and no sheet of that name ignoring case.
+  Sheet& addSheet(std::string name);
+  void removeSheet(std::size_t index);
+
+  // 1 to 31 characters, none of : \ / ? * [ ], not starting or ending with an apostrophe.
+  static bool isValidSheetName(std::string_view name);
+
+  const std::vector<Style>& styles() const { return styles_; }
+  // Index of an equal style, added when new.
+  std::uint16_t addStyle(const Style& style);
+
+  bool date1904 = false;
+  // Defined names: name -> formula text as Excel shows it, e.g. "Sheet1!$A$1:$C$10".
+  std::map<std::string, std::string> definedNames;
+
+ private:
+  std::vector<Sheet> sheets_;
+  std::vector<Style> styles_;
+};
+
+}  // namespace xls

@@ -1,0 +1,32 @@
+// Reading and writing Excel 97-2003 workbooks (.xls: BIFF8 records in an OLE2
+// compound file) to and from the Workbook model.
+//
+// What a round trip keeps: every sheet and its order and name, every cell value, the
+// styles the model carries (bold, alignment, borders, number formats), column widths,
+// defined names, the date system. What it drops: charts, images, macros and VBA,
+// formulas (their cached results are kept as values), comments, merged cells, fonts
+// other than bold, colours and fills, conditional formats, print settings.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "xls/Status.h"
+#include "xls/Workbook.h"
+
+namespace xls {
+
+// Reads the workbook at path into *out (which is replaced). A file that is not a
+// compound file, has no Workbook/Book stream, or is malformed gives a Corruption or
+// Unsupported status whose message says what and where; *out is then unspecified.
+Status ReadWorkbook(const std::string& path, Workbook* out);
+Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbook* out);
+
+// Writes the workbook to path atomically: a temporary file in the same folder is
+// written, flushed and renamed over path, so path holds either the old or the new
+// workbook. REQUIRES: at least one sheet.
+Status WriteWorkbook(const std::string& path, const Workbook& workbook);
+Status WriteWorkbookToMemory(const Workbook& workbook, std::vector<std::uint8_t>* out);
+
+}  // namespace xls
