@@ -21,7 +21,8 @@ bool CSpreadSheet::ReadRow(CStringArray& RowValues, long row) {
   RowValues.RemoveAll();
   scratchLine = rowLines.GetAt(currentRow - 1);  // below 0 raises CInvalidArgException
   ++currentRow;
-  scratchValue.Format("\"%s\"", delimiter.GetString());
+  std::string& pattern = scratchValue.str();  // the separator pattern: quote, delimiter, quote
+  pattern.assign(1, '"').append(delimiter.str()).append(1, '"');
   const rowline::Form form = rowline::Split(scratchLine.str(), delimiter.str(), RowValues.items());
   if (form == rowline::Form::kSingle) {
     // Deliberate: a line without a delimiter delivers its value yet reads as a failure

@@ -5,40 +5,65 @@
 namespace rowline {
 namespace {
 
-std::string SeparatorPattern(const std::string& delimiter) {
-  std::string pattern;
-  pattern.reserve(delimiter.size() + 2);
-  pattern += '"';
-  pattern += delimiter;
-  pattern += '"';
-  return pattern;
+// The first occurrence of needle in hay at or after pos, or npos.
+std::size_t FindFrom(const std::string& hay, const std::string& needle, std::size_t pos) {
+  if (pos > hay.size() || needle.size() > hay.size() - pos) return std::string::npos;
+  const char* base = hay.data();
+  if (needle.size() != 1) {
+#if defined(_WIN32)
+    return hay.find(needle, pos);
+#else
+    const void* hit = memmem(base + pos, hay.size() - pos, needle.data(), needle.size());
+    return hit ? static_cast<std::size_t>(static_cast<const char*>(hit) - base) : std::string::npos;
+#endif
+  }
+  const void* hit = std::memchr(base + pos, needle[0], hay.size() - pos);
+  return hit ? static_cast<std::size_t>(static_cast<const char*>(hit) - base) : std::string::npos;
 }
 
-// Positions of every non-overlapping occurrence of needle, left to right.
+// Visits the start of every occurrence of the delimiter, left to right, never overlapping.
 template <typename Visit>
-std::size_t ForEachOccurrence(const std::string& hay, const std::string& needle, Visit visit) {
+std::size_t ForEachDelimiter(const std::string& line, const std::string& delimiter, Visit visit) {
   std::size_t count = 0;
-  for (std::size_t from = 0;;) {
-    std::size_t pos = hay.find(needle, from);
-    if (pos == std::string::npos) return count;
+  for (std::size_t pos = FindFrom(line, delimiter, 0); pos != std::string::npos;
+       pos = FindFrom(line, delimiter, pos + delimiter.size())) {
     visit(pos);
     ++count;
-    from = pos + needle.size();
   }
+  return count;
 }
 
-Form FindForm(const std::string& line, const std::string& delimiter, const std::string& pattern) {
-  if (delimiter.empty()) return Form::kSingle;
-  if (line.find(pattern) != std::string::npos) return Form::kQuoted;
-  if (line.find(delimiter) != std::string::npos) return Form::kPlain;
-  return Form::kSingle;
+// Visits the start of every occurrence of the separator pattern (quote, delimiter,
+// quote), left to right, never overlapping. Quotes are dense in row lines and the
+// delimiter is not, so this looks for the delimiter and checks the quotes around it;
+// the first delimiter with a quote on each side, starting at or after the end of the
+// previous match, is exactly where a plain substring search would find the pattern.
+template <typename Visit>
+std::size_t ForEachPattern(const std::string& line, const std::string& delimiter, Visit visit) {
+  std::size_t count = 0;
+  const std::size_t d = delimiter.size();
+  std::size_t earliest = 0;  // where the next match may start
+  for (std::size_t pos = FindFrom(line, delimiter, 1); pos != std::string::npos;) {
+    if (pos - 1 >= earliest && line[pos - 1] == '"' && pos + d < line.size() && line[pos + d] == '"') {
+      visit(pos - 1);
+      ++count;
+      earliest = pos + d + 1;
+      pos = FindFrom(line, delimiter, earliest + 1);
+    } else {
+      pos = FindFrom(line, delimiter, pos + 1);
+    }
+  }
+  return count;
 }
 
-void CutAt(const std::string& line, const std::string& separator, std::vector<CString>& out) {
+template <typename ForEach>
+void CutAt(const std::string& line, std::size_t separatorLength, std::size_t pieces,
+           ForEach forEach, std::vector<CString>& out) {
+  out.reserve(out.size() + pieces);
   std::size_t start = 0;
-  ForEachOccurrence(line, separator, [&](std::size_t pos) {
+  forEach([&](std::size_t pos) {
     out.emplace_back(line.substr(start, pos - start));
-    start = pos + separator.size();
+    start = pos + separatorLength;
   });
   out.emplace_back(line.substr(start));
 }
@@ -46,12 +71,13 @@ void CutAt(const std::string& line, const std::string& separator, std::vector<CS
 }  // namespace
 
 Form Split(const std::string& line, const std::string& delimiter, std::vector<CString>& out) {
-  const std::string pattern = SeparatorPattern(delimiter);
-  const Form form = FindForm(line, delimiter, pattern);
+  Form form;
+  const std::size_t pieces = CountValues(line, delimiter, &form);
   switch (form) {
     case Form::kQuoted: {
       const std::size_t first = out.size();
-      CutAt(line, pattern, out);
+      CutAt(line, delimiter.size() + 2, pieces,
+            [&](auto visit) { ForEachPattern(line, delimiter, visit); }, out);
       // The opening and closing quote are assumed, not checked.
       std::string& head = out[first].str();
       if (!head.empty()) head.erase(0, 1);
@@ -60,7 +86,8 @@ Form Split(const std::string& line, const std::string& delimiter, std::vector<CS
       break;
     }
     case Form::kPlain:
-      CutAt(line, delimiter, out);
+      CutAt(line, delimiter.size(), pieces,
+            [&](auto visit) { ForEachDelimiter(line, delimiter, visit); }, out);
       break;
     case Form::kSingle: {
       std::string value = line;
@@ -78,14 +105,18 @@ Form Split(const std::string& line, const std::string& delimiter, std::vector<CS
 }
 
 std::size_t CountValues(const std::string& line, const std::string& delimiter, Form* form) {
-  const std::string pattern = SeparatorPattern(delimiter);
-  *form = FindForm(line, delimiter, pattern);
-  switch (*form) {
-    case Form::kQuoted: return ForEachOccurrence(line, pattern, [](std::size_t) {}) + 1;
-    case Form::kPlain: return ForEachOccurrence(line, delimiter, [](std::size_t) {}) + 1;
-    case Form::kSingle: return 1;
+  if (delimiter.empty()) {
+    *form = Form::kSingle;
+    return 1;
   }
-  return 1;
+  const std::size_t patterns = ForEachPattern(line, delimiter, [](std::size_t) {});
+  if (patterns > 0) {
+    *form = Form::kQuoted;
+    return patterns + 1;
+  }
+  const std::size_t delimiters = ForEachDelimiter(line, delimiter, [](std::size_t) {});
+  *form = delimiters > 0 ? Form::kPlain : Form::kSingle;
+  return delimiters + 1;
 }
 
 void Build(const CStringArray& values, const CString& delimiter, CString& out) {
