@@ -1,0 +1,213 @@
+// ODBC entry points: the catalog. Sheets are tables; a sheet "Sheet1" is listed as the
+// SYSTEM TABLE "Sheet1$", the name under which other drivers for workbooks show it, and
+// SELECT accepts it as written. Catalog calls that have nothing to report (keys, indexes,
+// procedures, privileges) answer an empty result of the shape ODBC gives them.
+#include "odbc-driver/Diagnostics.h"
+#include "odbc-driver/Executor.h"
+#include "odbc-driver/Handles.h"
+
+using namespace xlsodbc;
+
+namespace {
+
+std::vector<ColumnInfo> Shape(std::initializer_list<std::pair<const char*, short>> cols) {
+  std::vector<ColumnInfo> out;
+  for (const auto& [name, type] : cols) {
+    ColumnInfo c;
+    c.name = name;
+    c.sqlType = type;
+    c.size = type == SQL_VARCHAR ? 255 : 10;
+    out.push_back(std::move(c));
+  }
+  return out;
+}
+
+char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+
+// A search pattern: % any run, _ any one character, \ escapes; case-insensitive like sheet
+// names. An absent pattern matches everything.
+bool Like(const char* p, const char* s) {
+  for (; *p; ++p, ++s) {
+    if (*p == '%') {
+      while (*p == '%') ++p;
+      if (!*p) return true;
+      for (; *s; ++s) {
+        if (Like(p, s)) return true;
+      }
+      return false;
+    }
+    if (!*s) return false;
+    if (*p == '\\' && p[1]) ++p;
+    else if (*p == '_') continue;
+    if (Lower(*p) != Lower(*s)) return false;
+  }
+  return *s == '\0';
+}
+
+bool Matches(const SQLCHAR* pattern, SQLSMALLINT length, const std::string& name) {
+  if (!pattern) return true;
+  std::string p = InText(pattern, length);
+  return Like(p.c_str(), name.c_str());
+}
+
+SQLRETURN Answer(Stmt* stmt, std::unique_ptr<TextResult> result) {
+  stmt->CloseCursor();
+  stmt->rowCount = result->rowCount();
+  stmt->result = std::move(result);
+  return SQL_SUCCESS;
+}
+
+SQLRETURN Empty(SQLHSTMT handle, std::initializer_list<std::pair<const char*, short>> cols) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  return Answer(stmt, std::make_unique<TextResult>(Shape(cols)));
+}
+
+constexpr short V = SQL_VARCHAR, S = SQL_SMALLINT, I = SQL_INTEGER;
+
+}  // namespace
+
+extern "C" {
+
+SQLRETURN SQL_API SQLTables(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
+                            SQLCHAR* table, SQLSMALLINT tableLength, SQLCHAR* types,
+                            SQLSMALLINT typesLength) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  auto result = std::make_unique<TextResult>(
+      Shape({{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"TABLE_TYPE", V}, {"REMARKS", V}}));
+  std::string typeList = InText(types, typesLength);
+  if (InText(table, tableLength) == "" && typeList == "%") {
+    result->addRow({std::nullopt, std::nullopt, std::nullopt, "SYSTEM TABLE", std::nullopt});
+    return Answer(stmt, std::move(result));
+  }
+  bool wanted = !types || typeList.empty() || typeList.find("SYSTEM TABLE") != std::string::npos ||
+                typeList == "%";
+  std::shared_ptr<const xls::Workbook> book;
+  Error e = stmt->dbc->db->Snapshot(&book);
+  if (!e.ok()) return PostError(stmt, e);
+  for (const xls::Sheet& s : book->sheets()) {
+    std::string name = s.name() + "$";
+    if (wanted && (Matches(table, tableLength, name) || Matches(table, tableLength, s.name()))) {
+      result->addRow({std::nullopt, std::nullopt, name, "SYSTEM TABLE", std::nullopt});
+    }
+  }
+  return Answer(stmt, std::move(result));
+}
+
+SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
+                             SQLCHAR* table, SQLSMALLINT tableLength, SQLCHAR* column,
+                             SQLSMALLINT columnLength) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  auto result = std::make_unique<TextResult>(Shape(
+      {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"COLUMN_NAME", V},
+       {"DATA_TYPE", S}, {"TYPE_NAME", V}, {"COLUMN_SIZE", I}, {"BUFFER_LENGTH", I},
+       {"DECIMAL_DIGITS", S}, {"NUM_PREC_RADIX", S}, {"NULLABLE", S}, {"REMARKS", V},
+       {"COLUMN_DEF", V}, {"SQL_DATA_TYPE", S}, {"SQL_DATETIME_SUB", S},
+       {"CHAR_OCTET_LENGTH", I}, {"ORDINAL_POSITION", I}, {"IS_NULLABLE", V}}));
+  std::shared_ptr<const xls::Workbook> book;
+  Error e = stmt->dbc->db->Snapshot(&book);
+  if (!e.ok()) return PostError(stmt, e);
+  for (const xls::Sheet& s : book->sheets()) {
+    std::string name = s.name() + "$";
+    if (!Matches(table, tableLength, name) && !Matches(table, tableLength, s.name())) continue;
+    TableRef ref;
+    ref.sheet = s.name();
+    std::vector<std::string> names = TableColumnNames(*book, ref, stmt->dbc->db->firstRowHasNames());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if (!Matches(column, columnLength, names[i])) continue;
+      result->addRow({std::nullopt, std::nullopt, name, names[i], std::to_string(SQL_VARCHAR),
+                      "VARCHAR", "255", "255", std::nullopt, std::nullopt,
+                      std::to_string(SQL_NULLABLE), std::nullopt, std::nullopt,
+                      std::to_string(SQL_VARCHAR), std::nullopt, "255", std::to_string(i + 1),
+                      "YES"});
+    }
+  }
+  return Answer(stmt, std::move(result));
+}
+
+SQLRETURN SQL_API SQLGetTypeInfo(SQLHSTMT handle, SQLSMALLINT type) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  auto result = std::make_unique<TextResult>(Shape(
+      {{"TYPE_NAME", V}, {"DATA_TYPE", S}, {"COLUMN_SIZE", I}, {"LITERAL_PREFIX", V},
+       {"LITERAL_SUFFIX", V}, {"CREATE_PARAMS", V}, {"NULLABLE", S}, {"CASE_SENSITIVE", S},
+       {"SEARCHABLE", S}, {"UNSIGNED_ATTRIBUTE", S}, {"FIXED_PREC_SCALE", S},
+       {"AUTO_UNIQUE_VALUE", S}, {"LOCAL_TYPE_NAME", V}, {"MINIMUM_SCALE", S},
+       {"MAXIMUM_SCALE", S}, {"SQL_DATA_TYPE", S}, {"SQL_DATETIME_SUB", S},
+       {"NUM_PREC_RADIX", I}, {"INTERVAL_PRECISION", S}}));
+  // Every column is text: cells come back as their text, whatever they hold.
+  if (type == SQL_ALL_TYPES || type == SQL_VARCHAR) {
+    result->addRow({"VARCHAR", std::to_string(SQL_VARCHAR), "255", "'", "'", "length",
+                    std::to_string(SQL_NULLABLE), "1", std::to_string(SQL_SEARCHABLE), std::nullopt,
+                    "0", std::nullopt, "VARCHAR", std::nullopt, std::nullopt,
+                    std::to_string(SQL_VARCHAR), std::nullopt, std::nullopt, std::nullopt});
+  }
+  return Answer(stmt, std::move(result));
+}
+
+SQLRETURN SQL_API SQLPrimaryKeys(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
+                                 SQLSMALLINT) {
+  return Empty(h, {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"COLUMN_NAME", V},
+                   {"KEY_SEQ", S}, {"PK_NAME", V}});
+}
+
+SQLRETURN SQL_API SQLForeignKeys(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
+                                 SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
+                                 SQLSMALLINT) {
+  return Empty(h, {{"PKTABLE_CAT", V}, {"PKTABLE_SCHEM", V}, {"PKTABLE_NAME", V},
+                   {"PKCOLUMN_NAME", V}, {"FKTABLE_CAT", V}, {"FKTABLE_SCHEM", V},
+                   {"FKTABLE_NAME", V}, {"FKCOLUMN_NAME", V}, {"KEY_SEQ", S}, {"UPDATE_RULE", S},
+                   {"DELETE_RULE", S}, {"FK_NAME", V}, {"PK_NAME", V}, {"DEFERRABILITY", S}});
+}
+
+SQLRETURN SQL_API SQLStatistics(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
+                                SQLSMALLINT, SQLUSMALLINT, SQLUSMALLINT) {
+  return Empty(h, {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"NON_UNIQUE", S},
+                   {"INDEX_QUALIFIER", V}, {"INDEX_NAME", V}, {"TYPE", S},
+                   {"ORDINAL_POSITION", S}, {"COLUMN_NAME", V}, {"ASC_OR_DESC", V},
+                   {"CARDINALITY", I}, {"PAGES", I}, {"FILTER_CONDITION", V}});
+}
+
+SQLRETURN SQL_API SQLSpecialColumns(SQLHSTMT h, SQLUSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
+                                    SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLUSMALLINT, SQLUSMALLINT) {
+  return Empty(h, {{"SCOPE", S}, {"COLUMN_NAME", V}, {"DATA_TYPE", S}, {"TYPE_NAME", V},
+                   {"COLUMN_SIZE", I}, {"BUFFER_LENGTH", I}, {"DECIMAL_DIGITS", S},
+                   {"PSEUDO_COLUMN", S}});
+}
+
+SQLRETURN SQL_API SQLProcedures(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
+                                SQLSMALLINT) {
+  return Empty(h, {{"PROCEDURE_CAT", V}, {"PROCEDURE_SCHEM", V}, {"PROCEDURE_NAME", V},
+                   {"NUM_INPUT_PARAMS", I}, {"NUM_OUTPUT_PARAMS", I}, {"NUM_RESULT_SETS", I},
+                   {"REMARKS", V}, {"PROCEDURE_TYPE", S}});
+}
+
+SQLRETURN SQL_API SQLProcedureColumns(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
+                                      SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT) {
+  return Empty(h, {{"PROCEDURE_CAT", V}, {"PROCEDURE_SCHEM", V}, {"PROCEDURE_NAME", V},
+                   {"COLUMN_NAME", V}, {"COLUMN_TYPE", S}, {"DATA_TYPE", S}, {"TYPE_NAME", V},
+                   {"COLUMN_SIZE", I}, {"BUFFER_LENGTH", I}, {"DECIMAL_DIGITS", S},
+                   {"NUM_PREC_RADIX", S}, {"NULLABLE", S}, {"REMARKS", V}, {"COLUMN_DEF", V},
+                   {"SQL_DATA_TYPE", S}, {"SQL_DATETIME_SUB", S}, {"CHAR_OCTET_LENGTH", I},
+                   {"ORDINAL_POSITION", I}, {"IS_NULLABLE", V}});
+}
+
+SQLRETURN SQL_API SQLTablePrivileges(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
+                                     SQLCHAR*, SQLSMALLINT) {
+  return Empty(h, {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"GRANTOR", V},
+                   {"GRANTEE", V}, {"PRIVILEGE", V}, {"IS_GRANTABLE", V}});
+}
+
+SQLRETURN SQL_API SQLColumnPrivileges(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
+                                      SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT) {
+  return Empty(h, {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"COLUMN_NAME", V},
+                   {"GRANTOR", V}, {"GRANTEE", V}, {"PRIVILEGE", V}, {"IS_GRANTABLE", V}});
+}
+
+}  // extern "C"

@@ -1,0 +1,178 @@
+// ODBC entry points: connecting, connection attributes, transactions.
+#include <odbcinst.h>
+
+#include "odbc-driver/ConnectionString.h"
+#include "odbc-driver/Diagnostics.h"
+#include "odbc-driver/Handles.h"
+
+using namespace xlsodbc;
+
+namespace {
+
+// Connects with the keys of a connection string; keys it lacks are looked up in the DSN's
+// odbc.ini section when a DSN is named.
+SQLRETURN Connect(Dbc* dbc, const std::map<std::string, std::string>& keys) {
+  if (dbc->db) return PostError(dbc, "08002", "Already connected.");
+  std::string dsn;
+  if (auto it = keys.find("DSN"); it != keys.end()) dsn = it->second;
+  dbc->dsn = dsn;
+  auto get = [&](const char* key) -> std::string {
+    if (auto it = keys.find(key); it != keys.end()) return it->second;
+    if (dsn.empty()) return std::string();
+    char buf[4096] = {0};
+    SQLGetPrivateProfileString(dsn.c_str(), key, "", buf, sizeof buf, "odbc.ini");
+    return buf;
+  };
+  DatabaseOptions o;
+  std::string createDb = get("CREATE_DB");
+  o.path = get("DBQ");
+  if (o.path.empty()) o.path = createDb;
+  o.create = !createDb.empty();
+  o.readOnly = ParseFlag(get("READONLY"), false) || dbc->readOnlyAttr;
+  o.firstRowHasNames = ParseFlag(get("FIRSTROWHASNAMES"), true);
+  std::unique_ptr<Database> db;
+  Error e = Database::Open(o, &db);
+  if (!e.ok()) return PostError(dbc, e);
+  dbc->db = std::move(db);
+  return SQL_SUCCESS;
+}
+
+}  // namespace
+
+extern "C" {
+
+SQLRETURN SQL_API SQLDriverConnect(SQLHDBC handle, SQLHWND, SQLCHAR* in, SQLSMALLINT inLength,
+                                   SQLCHAR* out, SQLSMALLINT outMax, SQLSMALLINT* outLength,
+                                   SQLUSMALLINT) {
+  Dbc* dbc = ToDbc(handle);
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  std::string text = InText(in, inLength);
+  SQLRETURN ret = Connect(dbc, ParseConnectionString(text));
+  if (ret != SQL_SUCCESS) return ret;
+  dbc->connectionString = text;
+  if (CopyOut(text, out, outMax, outLength)) {
+    return PostWarning(dbc, "01004", "The connection string was cut to fit the buffer.");
+  }
+  return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLConnect(SQLHDBC handle, SQLCHAR* dsn, SQLSMALLINT dsnLength, SQLCHAR*,
+                             SQLSMALLINT, SQLCHAR*, SQLSMALLINT) {
+  Dbc* dbc = ToDbc(handle);
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  std::map<std::string, std::string> keys;
+  keys["DSN"] = InText(dsn, dsnLength);
+  return Connect(dbc, keys);
+}
+
+SQLRETURN SQL_API SQLBrowseConnect(SQLHDBC handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
+                                   SQLSMALLINT*) {
+  Dbc* dbc = ToDbc(handle);
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  return PostError(dbc, "HYC00", "SQLBrowseConnect is not supported: use SQLDriverConnect.");
+}
+
+SQLRETURN SQL_API SQLDisconnect(SQLHDBC handle) {
+  Dbc* dbc = ToDbc(handle);
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  if (!dbc->db) return PostError(dbc, "08003", "Not connected.");
+  for (Stmt* s : dbc->stmts) delete s;
+  dbc->stmts.clear();
+  Error e = dbc->db->Close();
+  dbc->db.reset();
+  if (!e.ok()) {
+    return PostWarning(dbc, "01002", "Disconnected, but the journal could not be folded into the "
+                                     "workbook (the next connection will): " + e.message());
+  }
+  return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLSetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER value, SQLINTEGER) {
+  Dbc* dbc = ToDbc(handle);
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  auto v = static_cast<SQLULEN>(reinterpret_cast<SQLLEN>(value));
+  switch (attr) {
+    case SQL_ATTR_AUTOCOMMIT:
+      // Every statement is durable when it returns either way (see SQLEndTran).
+      dbc->autocommit = v != SQL_AUTOCOMMIT_OFF;
+      return SQL_SUCCESS;
+    case SQL_ATTR_ACCESS_MODE:
+      if (dbc->db && (v == SQL_MODE_READ_ONLY) != dbc->db->readOnly()) {
+        return PostError(dbc, "HY011", "The access mode is fixed once connected (READONLY).");
+      }
+      dbc->readOnlyAttr = v == SQL_MODE_READ_ONLY;
+      return SQL_SUCCESS;
+    case SQL_ATTR_TXN_ISOLATION:
+      return PostError(dbc, "HYC00", "Transactions are not supported.");
+    case SQL_ATTR_CURRENT_CATALOG:
+      return PostError(dbc, "HYC00", "The workbook is fixed by DBQ.");
+    default:
+      dbc->attrs[attr] = v;
+      return SQL_SUCCESS;
+  }
+}
+
+SQLRETURN SQL_API SQLGetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER value,
+                                    SQLINTEGER bufferLength, SQLINTEGER* length) {
+  Dbc* dbc = ToDbc(handle);
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  SQLULEN v = 0;
+  switch (attr) {
+    case SQL_ATTR_AUTOCOMMIT: v = dbc->autocommit ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF; break;
+    case SQL_ATTR_ACCESS_MODE:
+      v = (dbc->db ? dbc->db->readOnly() : dbc->readOnlyAttr) ? SQL_MODE_READ_ONLY : SQL_MODE_READ_WRITE;
+      break;
+    case SQL_ATTR_CONNECTION_DEAD: v = dbc->db ? SQL_CD_FALSE : SQL_CD_TRUE; break;
+    case SQL_ATTR_TXN_ISOLATION: v = 0; break;
+    case SQL_ATTR_CURRENT_CATALOG: {
+      std::string path = dbc->db ? dbc->db->path() : std::string();
+      if (CopyOut(path, value, bufferLength, length)) {
+        return PostWarning(dbc, "01004", "String data, right truncated.");
+      }
+      return SQL_SUCCESS;
+    }
+    default: {
+      auto it = dbc->attrs.find(attr);
+      if (it != dbc->attrs.end()) v = it->second;
+      break;
+    }
+  }
+  if (value) *static_cast<SQLUINTEGER*>(value) = static_cast<SQLUINTEGER>(v);
+  if (length) *length = sizeof(SQLUINTEGER);
+  return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT completion) {
+  if (type == SQL_HANDLE_ENV) return ToEnv(handle) ? SQL_SUCCESS : SQL_INVALID_HANDLE;
+  Dbc* dbc = type == SQL_HANDLE_DBC ? ToDbc(handle) : nullptr;
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  // Each statement is saved when it returns, so COMMIT has nothing left to do and ROLLBACK
+  // cannot take anything back; it says so when there was something to take back.
+  bool changed = dbc->changedSinceEndTran;
+  dbc->changedSinceEndTran = false;
+  if (completion == SQL_ROLLBACK && changed) {
+    return PostWarning(dbc, "01000", "Changes are saved as each statement runs; "
+                                     "ROLLBACK did not undo them.");
+  }
+  return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLNativeSql(SQLHDBC handle, SQLCHAR* in, SQLINTEGER inLength, SQLCHAR* out,
+                               SQLINTEGER outMax, SQLINTEGER* outLength) {
+  Dbc* dbc = ToDbc(handle);
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  if (CopyOut(InText(in, inLength), out, outMax, outLength)) {
+    return PostWarning(dbc, "01004", "String data, right truncated.");
+  }
+  return SQL_SUCCESS;
+}
+
+}  // extern "C"

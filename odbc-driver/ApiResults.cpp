@@ -1,0 +1,194 @@
+// ODBC entry points: result set shape, fetching and getting values.
+#include "odbc-driver/Convert.h"
+#include "odbc-driver/Diagnostics.h"
+#include "odbc-driver/Handles.h"
+
+using namespace xlsodbc;
+
+namespace {
+
+int ColumnCount(const Stmt* s) {
+  return s->result ? static_cast<int>(s->result->columns().size()) : 0;
+}
+
+const ColumnInfo* Column(Stmt* s, SQLUSMALLINT number) {
+  if (number < 1 || number > ColumnCount(s)) return nullptr;
+  return &s->result->columns()[number - 1u];
+}
+
+SQLRETURN FillBound(Stmt* stmt) {
+  SQLRETURN ret = SQL_SUCCESS;
+  std::string text;
+  for (auto& [number, b] : stmt->columns) {
+    if (number < 1 || number > ColumnCount(stmt)) continue;
+    bool present = stmt->result->value(stmt->row, number - 1, &text);
+    std::size_t offset = 0;
+    ConvertResult r = ConvertText(present ? &text : nullptr, b.cType, b.buffer, b.bufferLength,
+                                  b.indicator, &offset);
+    if (r.ret == SQL_ERROR) return PostError(stmt, r.state, r.message);
+    if (r.ret == SQL_SUCCESS_WITH_INFO) ret = PostWarning(stmt, r.state, r.message);
+  }
+  return ret;
+}
+
+SQLRETURN Fetch(Stmt* stmt) {
+  if (!stmt->result) return PostError(stmt, "24000", "No result set: the statement returned no rows.");
+  stmt->dataColumn = -1;
+  stmt->dataOffset = 0;
+  long limit = stmt->result->rowCount();
+  if (stmt->maxRows > 0 && static_cast<long>(stmt->maxRows) < limit) limit = static_cast<long>(stmt->maxRows);
+  if (stmt->row + 1 >= limit) {
+    stmt->row = limit;
+    if (stmt->rowsFetched) *stmt->rowsFetched = 0;
+    return SQL_NO_DATA;
+  }
+  ++stmt->row;
+  if (stmt->rowsFetched) *stmt->rowsFetched = 1;
+  if (stmt->rowStatus) stmt->rowStatus[0] = SQL_ROW_SUCCESS;
+  return stmt->columns.empty() ? SQL_SUCCESS : FillBound(stmt);
+}
+
+}  // namespace
+
+extern "C" {
+
+SQLRETURN SQL_API SQLNumResultCols(SQLHSTMT handle, SQLSMALLINT* count) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  if (count) *count = static_cast<SQLSMALLINT>(ColumnCount(stmt));
+  return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLDescribeCol(SQLHSTMT handle, SQLUSMALLINT number, SQLCHAR* name,
+                                 SQLSMALLINT nameMax, SQLSMALLINT* nameLength, SQLSMALLINT* type,
+                                 SQLULEN* size, SQLSMALLINT* digits, SQLSMALLINT* nullable) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  const ColumnInfo* c = Column(stmt, number);
+  if (!c) return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  if (type) *type = c->sqlType;
+  if (size) *size = static_cast<SQLULEN>(c->size);
+  if (digits) *digits = 0;
+  if (nullable) *nullable = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS;
+  if (CopyOut(c->name, name, nameMax, nameLength)) {
+    return PostWarning(stmt, "01004", "String data, right truncated.");
+  }
+  return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMALLINT field,
+                                  SQLPOINTER text, SQLSMALLINT textMax, SQLSMALLINT* textLength,
+                                  SQLLEN* numeric) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  if (field == SQL_DESC_COUNT) {
+    if (numeric) *numeric = ColumnCount(stmt);
+    return SQL_SUCCESS;
+  }
+  const ColumnInfo* c = Column(stmt, number);
+  if (!c) return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  std::string s;
+  bool isText = true;
+  SQLLEN n = 0;
+  switch (field) {
+    case SQL_DESC_NAME:
+    case SQL_DESC_LABEL:
+    case SQL_DESC_BASE_COLUMN_NAME: s = c->name; break;
+    case SQL_DESC_TABLE_NAME:
+    case SQL_DESC_BASE_TABLE_NAME: s = c->table; break;
+    case SQL_DESC_TYPE_NAME: s = c->sqlType == SQL_VARCHAR ? "VARCHAR" : (c->sqlType == SQL_SMALLINT ? "SMALLINT" : "INTEGER"); break;
+    case SQL_DESC_LITERAL_PREFIX:
+    case SQL_DESC_LITERAL_SUFFIX: s = c->sqlType == SQL_VARCHAR ? "'" : ""; break;
+    case SQL_DESC_CATALOG_NAME:
+    case SQL_DESC_SCHEMA_NAME:
+    case SQL_DESC_LOCAL_TYPE_NAME: s = ""; break;
+    default:
+      isText = false;
+      switch (field) {
+        case SQL_DESC_TYPE:
+        case SQL_DESC_CONCISE_TYPE: n = c->sqlType; break;
+        case SQL_DESC_LENGTH:
+        case SQL_DESC_OCTET_LENGTH:
+        case SQL_DESC_DISPLAY_SIZE:
+        case SQL_DESC_PRECISION:
+        case SQL_COLUMN_LENGTH:
+        case SQL_COLUMN_PRECISION: n = c->size; break;
+        case SQL_DESC_NULLABLE: n = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS; break;
+        case SQL_DESC_SEARCHABLE: n = SQL_PRED_SEARCHABLE; break;
+        case SQL_DESC_UPDATABLE: n = SQL_ATTR_READONLY; break;
+        case SQL_DESC_CASE_SENSITIVE: n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE; break;
+        case SQL_DESC_UNSIGNED: n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE; break;
+        case SQL_DESC_UNNAMED: n = SQL_NAMED; break;
+        case SQL_DESC_NUM_PREC_RADIX: n = c->sqlType == SQL_VARCHAR ? 0 : 10; break;
+        default: n = 0; break;  // scale, auto-unique, fixed precision...: none apply
+      }
+  }
+  if (!isText) {
+    if (numeric) *numeric = n;
+    return SQL_SUCCESS;
+  }
+  if (CopyOut(s, static_cast<SQLCHAR*>(text), textMax, textLength)) {
+    return PostWarning(stmt, "01004", "String data, right truncated.");
+  }
+  return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLBindCol(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT cType,
+                             SQLPOINTER buffer, SQLLEN bufferLength, SQLLEN* indicator) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  if (number < 1) return PostError(stmt, "07009", "Bookmarks are not supported.");
+  if (!buffer && !indicator) {
+    stmt->columns.erase(number);
+  } else {
+    stmt->columns[number] = ColumnBinding{cType, buffer, bufferLength, indicator};
+  }
+  return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLFetch(SQLHSTMT handle) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  return Fetch(stmt);
+}
+
+SQLRETURN SQL_API SQLFetchScroll(SQLHSTMT handle, SQLSMALLINT orientation, SQLLEN) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  if (orientation != SQL_FETCH_NEXT) {
+    return PostError(stmt, "HY106", "Cursors are forward-only: only SQL_FETCH_NEXT.");
+  }
+  return Fetch(stmt);
+}
+
+SQLRETURN SQL_API SQLGetData(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT cType,
+                             SQLPOINTER buffer, SQLLEN bufferLength, SQLLEN* indicator) {
+  Stmt* stmt = ToStmt(handle);
+  if (!stmt) return SQL_INVALID_HANDLE;
+  ClearDiag(stmt);
+  if (!stmt->result || stmt->row < 0 || stmt->row >= stmt->result->rowCount()) {
+    return PostError(stmt, "24000", "No current row: call SQLFetch first.");
+  }
+  if (number < 1 || number > ColumnCount(stmt)) {
+    return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  }
+  if (stmt->dataColumn != number) {
+    stmt->dataColumn = number;
+    stmt->dataOffset = 0;
+  }
+  std::string& text = stmt->scratch;  // reused: a whole-sheet fetch allocates little
+  bool present = stmt->result->value(stmt->row, number - 1, &text);
+  ConvertResult r = ConvertText(present ? &text : nullptr, cType, buffer, bufferLength, indicator,
+                                &stmt->dataOffset);
+  if (r.ret == SQL_ERROR) return PostError(stmt, r.state, r.message);
+  if (r.ret == SQL_SUCCESS_WITH_INFO) return PostWarning(stmt, r.state, r.message);
+  return r.ret;
+}
+
+}  // extern "C"

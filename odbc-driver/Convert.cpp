@@ -1,0 +1,287 @@
+#include "odbc-driver/Convert.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "odbc-driver/CellText.h"
+
+namespace xlsodbc {
+
+namespace {
+
+ConvertResult Fail(const char* state, std::string message) {
+  return ConvertResult{SQL_ERROR, state, std::move(message)};
+}
+
+bool ParseNumber(const std::string& s, double* d) {
+  std::size_t a = 0, b = s.size();
+  while (a < b && s[a] == ' ') ++a;
+  while (b > a && s[b - 1] == ' ') --b;
+  if (a < b && s[a] == '+') ++a;
+  if (a == b) return false;
+  auto res = std::from_chars(s.data() + a, s.data() + b, *d);
+  return res.ec == std::errc() && res.ptr == s.data() + b;
+}
+
+template <typename T>
+ConvertResult PutInteger(const std::string& text, SQLPOINTER buffer, SQLLEN* indicator) {
+  double d;
+  if (!ParseNumber(text, &d)) {
+    if (text == "TRUE" || text == "FALSE") {
+      d = text == "TRUE";
+    } else {
+      return Fail("22018", "'" + text + "' is not a number.");
+    }
+  }
+  double t = std::trunc(d);
+  if (!std::isfinite(t) || t < static_cast<double>(std::numeric_limits<T>::min()) ||
+      t > static_cast<double>(std::numeric_limits<T>::max())) {
+    return Fail("22003", "'" + text + "' is out of range for the requested type.");
+  }
+  T v = static_cast<T>(t);
+  if (buffer) std::memcpy(buffer, &v, sizeof v);
+  if (indicator) *indicator = sizeof v;
+  if (t != d) return ConvertResult{SQL_SUCCESS_WITH_INFO, "01S07", "Fractional part dropped."};
+  return ConvertResult{};
+}
+
+template <typename T>
+ConvertResult PutFloat(const std::string& text, SQLPOINTER buffer, SQLLEN* indicator) {
+  double d;
+  if (!ParseNumber(text, &d)) return Fail("22018", "'" + text + "' is not a number.");
+  T v = static_cast<T>(d);
+  if (buffer) std::memcpy(buffer, &v, sizeof v);
+  if (indicator) *indicator = sizeof v;
+  return ConvertResult{};
+}
+
+// "YYYY-MM-DD[ HH:MM:SS]" into its parts.
+bool ParseTimestamp(const std::string& s, SQL_TIMESTAMP_STRUCT* ts) {
+  int y, mo, d, h = 0, mi = 0, se = 0;
+  char tail;
+  int n = std::sscanf(s.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%c", &y, &mo, &d, &h, &mi, &se, &tail);
+  if (n != 3 && n != 6) return false;
+  if (mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || se > 59) return false;
+  *ts = SQL_TIMESTAMP_STRUCT{static_cast<SQLSMALLINT>(y), static_cast<SQLUSMALLINT>(mo),
+                             static_cast<SQLUSMALLINT>(d), static_cast<SQLUSMALLINT>(h),
+                             static_cast<SQLUSMALLINT>(mi), static_cast<SQLUSMALLINT>(se), 0};
+  return true;
+}
+
+// Delivers bytes[*offset...] into buffer, leaving room for a terminator of term bytes.
+ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, SQLPOINTER buffer,
+                        SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset) {
+  if (*offset > 0 && *offset >= size) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+  std::size_t rest = size - *offset;
+  if (indicator) *indicator = static_cast<SQLLEN>(rest);
+  if (!buffer || bufferLength < 0 || static_cast<std::size_t>(bufferLength) < term) {
+    if (rest == 0) {
+      *offset = 1;  // an empty value is delivered once
+      return ConvertResult{};
+    }
+    return ConvertResult{SQL_SUCCESS_WITH_INFO, "01004", "String data, right truncated."};
+  }
+  std::size_t room = static_cast<std::size_t>(bufferLength) - term;
+  room -= room % (term == 0 ? 1 : term);
+  std::size_t n = std::min(room, rest);
+  std::memcpy(buffer, bytes + *offset, n);
+  std::memset(static_cast<char*>(buffer) + n, 0, term);
+  *offset += n;
+  if (n < rest) return ConvertResult{SQL_SUCCESS_WITH_INFO, "01004", "String data, right truncated."};
+  if (size == 0) *offset = 1;
+  return ConvertResult{};
+}
+
+}  // namespace
+
+std::u16string Utf8ToUtf16(const std::string& s) {
+  std::u16string out;
+  out.reserve(s.size());
+  std::size_t i = 0;
+  while (i < s.size()) {
+    unsigned char c = static_cast<unsigned char>(s[i]);
+    char32_t cp;
+    std::size_t len;
+    if (c < 0x80) {
+      cp = c, len = 1;
+    } else if ((c & 0xE0) == 0xC0) {
+      cp = c & 0x1F, len = 2;
+    } else if ((c & 0xF0) == 0xE0) {
+      cp = c & 0x0F, len = 3;
+    } else if ((c & 0xF8) == 0xF0) {
+      cp = c & 0x07, len = 4;
+    } else {
+      out.push_back(0xFFFD);
+      ++i;
+      continue;
+    }
+    bool ok = i + len <= s.size();
+    for (std::size_t k = 1; ok && k < len; ++k) {
+      unsigned char cc = static_cast<unsigned char>(s[i + k]);
+      ok = (cc & 0xC0) == 0x80;
+      cp = (cp << 6) | (cc & 0x3F);
+    }
+    if (!ok || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+      out.push_back(0xFFFD);
+      ++i;
+      continue;
+    }
+    if (cp >= 0x10000) {
+      cp -= 0x10000;
+      out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
+      out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+    } else {
+      out.push_back(static_cast<char16_t>(cp));
+    }
+    i += len;
+  }
+  return out;
+}
+
+std::string Utf16ToUtf8(const SQLWCHAR* s, std::size_t units) {
+  std::string out;
+  for (std::size_t i = 0; i < units; ++i) {
+    char32_t cp = s[i];
+    if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < units && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
+      cp = 0x10000 + ((cp - 0xD800) << 10) + (s[i + 1] - 0xDC00);
+      ++i;
+    } else if (cp >= 0xD800 && cp <= 0xDFFF) {
+      cp = 0xFFFD;
+    }
+    if (cp < 0x80) {
+      out.push_back(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+      out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+      out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else {
+      out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+      out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    }
+  }
+  return out;
+}
+
+ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER buffer,
+                          SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset) {
+  if (!text) {
+    if (*offset > 0) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+    *offset = 1;
+    if (!indicator) return Fail("22002", "NULL value but no indicator variable given.");
+    *indicator = SQL_NULL_DATA;
+    return ConvertResult{};
+  }
+  switch (cType) {
+    case SQL_C_CHAR:
+    case SQL_C_DEFAULT:
+      return PutPieces(text->data(), text->size(), 1, buffer, bufferLength, indicator, offset);
+    case SQL_C_WCHAR: {
+      std::u16string w = Utf8ToUtf16(*text);
+      return PutPieces(reinterpret_cast<const char*>(w.data()), w.size() * 2, 2, buffer,
+                       bufferLength, indicator, offset);
+    }
+    case SQL_C_BINARY:
+      return PutPieces(text->data(), text->size(), 0, buffer, bufferLength, indicator, offset);
+    default:
+      break;
+  }
+  if (*offset > 0) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+  *offset = 1;
+  switch (cType) {
+    case SQL_C_LONG:
+    case SQL_C_SLONG: return PutInteger<SQLINTEGER>(*text, buffer, indicator);
+    case SQL_C_ULONG: return PutInteger<SQLUINTEGER>(*text, buffer, indicator);
+    case SQL_C_SHORT:
+    case SQL_C_SSHORT: return PutInteger<SQLSMALLINT>(*text, buffer, indicator);
+    case SQL_C_USHORT: return PutInteger<SQLUSMALLINT>(*text, buffer, indicator);
+    case SQL_C_TINYINT:
+    case SQL_C_STINYINT: return PutInteger<SQLSCHAR>(*text, buffer, indicator);
+    case SQL_C_UTINYINT:
+    case SQL_C_BIT: return PutInteger<SQLCHAR>(*text, buffer, indicator);
+    case SQL_C_SBIGINT: return PutInteger<SQLBIGINT>(*text, buffer, indicator);
+    case SQL_C_UBIGINT: return PutInteger<SQLUBIGINT>(*text, buffer, indicator);
+    case SQL_C_DOUBLE: return PutFloat<SQLDOUBLE>(*text, buffer, indicator);
+    case SQL_C_FLOAT: return PutFloat<SQLREAL>(*text, buffer, indicator);
+    case SQL_C_TYPE_TIMESTAMP:
+    case SQL_C_TIMESTAMP:
+    case SQL_C_TYPE_DATE:
+    case SQL_C_DATE: {
+      SQL_TIMESTAMP_STRUCT ts;
+      if (!ParseTimestamp(*text, &ts)) return Fail("22018", "'" + *text + "' is not a date.");
+      if (cType == SQL_C_TYPE_DATE || cType == SQL_C_DATE) {
+        SQL_DATE_STRUCT d{ts.year, ts.month, ts.day};
+        if (buffer) std::memcpy(buffer, &d, sizeof d);
+        if (indicator) *indicator = sizeof d;
+      } else {
+        if (buffer) std::memcpy(buffer, &ts, sizeof ts);
+        if (indicator) *indicator = sizeof ts;
+      }
+      return ConvertResult{};
+    }
+    default:
+      return Fail("HY003", "C type " + std::to_string(cType) + " is not supported.");
+  }
+}
+
+ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN bufferLength,
+                             SQLLEN* indicator, Value* out) {
+  if ((indicator && *indicator == SQL_NULL_DATA) || !buffer) {
+    out->kind = Value::Kind::kNull;
+    return ConvertResult{};
+  }
+  SQLLEN len = indicator ? *indicator : SQL_NTS;
+  auto number = [&](double d) {
+    out->kind = Value::Kind::kNumber;
+    out->number = d;
+    return ConvertResult{};
+  };
+  switch (cType) {
+    case SQL_C_CHAR:
+    case SQL_C_DEFAULT:
+    case SQL_C_BINARY: {
+      const char* p = static_cast<const char*>(buffer);
+      std::size_t n = len == SQL_NTS ? std::strlen(p) : static_cast<std::size_t>(std::max<SQLLEN>(len, 0));
+      if (len == SQL_NTS && bufferLength > 0) n = std::min(n, static_cast<std::size_t>(bufferLength));
+      out->kind = Value::Kind::kText;
+      out->text.assign(p, n);
+      return ConvertResult{};
+    }
+    case SQL_C_WCHAR: {
+      const SQLWCHAR* p = static_cast<const SQLWCHAR*>(buffer);
+      std::size_t n = 0;
+      if (len == SQL_NTS) {
+        while (p[n] != 0) ++n;
+      } else {
+        n = static_cast<std::size_t>(std::max<SQLLEN>(len, 0)) / sizeof(SQLWCHAR);
+      }
+      out->kind = Value::Kind::kText;
+      out->text = Utf16ToUtf8(p, n);
+      return ConvertResult{};
+    }
+    case SQL_C_LONG:
+    case SQL_C_SLONG: return number(*static_cast<SQLINTEGER*>(buffer));
+    case SQL_C_ULONG: return number(*static_cast<SQLUINTEGER*>(buffer));
+    case SQL_C_SHORT:
+    case SQL_C_SSHORT: return number(*static_cast<SQLSMALLINT*>(buffer));
+    case SQL_C_USHORT: return number(*static_cast<SQLUSMALLINT*>(buffer));
+    case SQL_C_TINYINT:
+    case SQL_C_STINYINT: return number(*static_cast<SQLSCHAR*>(buffer));
+    case SQL_C_UTINYINT:
+    case SQL_C_BIT: return number(*static_cast<SQLCHAR*>(buffer));
+    case SQL_C_SBIGINT: return number(static_cast<double>(*static_cast<SQLBIGINT*>(buffer)));
+    case SQL_C_UBIGINT: return number(static_cast<double>(*static_cast<SQLUBIGINT*>(buffer)));
+    case SQL_C_DOUBLE: return number(*static_cast<SQLDOUBLE*>(buffer));
+    case SQL_C_FLOAT: return number(*static_cast<SQLREAL*>(buffer));
+    default:
+      return Fail("HYC00", "Parameters of C type " + std::to_string(cType) + " are not supported.");
+  }
+}
+
+}  // namespace xlsodbc

@@ -1,0 +1,35 @@
+// Conversion of a value's text (cells always read as text) into the C type an application
+// asks for through SQLGetData or SQLBindCol, and of bound parameters into Values.
+#pragma once
+
+#include <sql.h>
+#include <sqlext.h>
+
+#include <string>
+
+#include "odbc-driver/Sql.h"
+
+namespace xlsodbc {
+
+struct ConvertResult {
+  SQLRETURN ret = SQL_SUCCESS;
+  const char* state = nullptr;  // with SQL_ERROR or SQL_SUCCESS_WITH_INFO
+  std::string message;
+};
+
+// Writes text (nullptr for NULL) as cType into buffer. For character and binary types
+// *offset counts the bytes of the converted value already delivered (pieces across calls)
+// and SQL_NO_DATA says everything was; other types ignore it.
+ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER buffer,
+                          SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset);
+
+// UTF-8 to UTF-16 code units (SQLWCHAR is 16 bits with unixODBC) and back; malformed bytes
+// become U+FFFD.
+std::u16string Utf8ToUtf16(const std::string& s);
+std::string Utf16ToUtf8(const SQLWCHAR* s, std::size_t units);
+
+// A bound parameter's current value.
+ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN bufferLength,
+                             SQLLEN* indicator, Value* out);
+
+}  // namespace xlsodbc

@@ -1,0 +1,283 @@
+#include "odbc-driver/Database.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <time.h>
+
+#include <cerrno>
+#include <chrono>
+
+#include "odbc-driver/Journal.h"
+#include "xls/Xls.h"
+
+namespace xlsodbc {
+
+namespace {
+
+// A FileId no real file has: the model must be read again before it is trusted.
+FileId Unknown() {
+  FileId id;
+  id.exists = true;
+  return id;
+}
+
+void SleepMs(int ms) {
+  struct timespec ts {0, ms * 1000000L};
+  nanosleep(&ts, nullptr);
+}
+
+}  // namespace
+
+Database::Database(DatabaseOptions options)
+    : options_(std::move(options)), model_(std::make_shared<xls::Workbook>()) {}
+
+Database::~Database() {
+  Close();
+  if (journalFd_ >= 0) Sys().close(journalFd_);
+}
+
+Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* out) {
+  if (options.path.empty()) {
+    return Error(ErrorKind::kWorkbookMissing, "No workbook given: set DBQ to the path of an .xls file.");
+  }
+  FileId id = StatPath(options.path);
+  if (!id.exists && !options.create) {
+    return Error(ErrorKind::kWorkbookMissing,
+                 "Workbook '" + options.path + "' not found (give CREATE_DB to create it).");
+  }
+  std::unique_ptr<Database> db(new Database(options));
+  Error e = db->Lock(false, false);
+  if (e.ok()) e = db->Refresh();
+  bool pending = db->applied_ > kJournalHeaderSize;
+  db->Unlock();
+  if (!e.ok()) return e;
+  // Statements journaled by a process that ended without folding them: fold them now, so the
+  // .xls on disk is current again for programs that read it directly.
+  if (pending && !options.readOnly) {
+    e = db->Lock(true, false);
+    if (e.ok()) e = db->Refresh();
+    if (e.ok() && db->applied_ > kJournalHeaderSize) e = db->Fold();
+    db->Unlock();
+    if (!e.ok()) return e;
+  }
+  *out = std::move(db);
+  return Error();
+}
+
+Error Database::Lock(bool exclusive, bool create) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.lockTimeoutMs);
+  std::string path = journalPath();
+  while (true) {
+    if (journalFd_ < 0) {
+      int flags = (create ? (O_RDWR | O_CREAT) : (options_.readOnly ? O_RDONLY : O_RDWR)) | O_CLOEXEC;
+      journalFd_ = Sys().open(path.c_str(), flags, 0644);
+      if (journalFd_ < 0 && !create && errno == EACCES) {
+        journalFd_ = Sys().open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
+      }
+      if (journalFd_ < 0) {
+        // No journal: the workbook file alone is the whole state, and it only ever changes by
+        // an atomic rename, so it can be read without a lock.
+        if (errno == ENOENT && !create) return Error();
+        return Error(ErrorKind::kIO, "Cannot open '" + path + "': " + ErrnoText(errno) + ".");
+      }
+    }
+    if (Sys().flock(journalFd_, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK && errno != EINTR) {
+        return Error(ErrorKind::kIO, "Cannot lock '" + path + "': " + ErrnoText(errno) + ".");
+      }
+      if (std::chrono::steady_clock::now() > deadline) {
+        return Error(ErrorKind::kLocked, "Workbook '" + options_.path +
+                                             "' is in use by another connection; gave up waiting.");
+      }
+      SleepMs(2);
+      continue;
+    }
+    // The journal may have been folded and removed while we waited: lock the file at the path.
+    FileId held = StatFd(journalFd_), named = StatPath(path);
+    if (!named.exists || held.inode != named.inode || held.device != named.device) {
+      Sys().flock(journalFd_, LOCK_UN);
+      Sys().close(journalFd_);
+      journalFd_ = -1;
+      if (!named.exists && !create) return Error();
+      continue;
+    }
+    locked_ = true;
+    return Error();
+  }
+}
+
+void Database::Unlock() {
+  if (locked_ && journalFd_ >= 0) Sys().flock(journalFd_, LOCK_UN);
+  locked_ = false;
+}
+
+Error Database::Refresh() {
+  FileId id = StatPath(options_.path);
+  if (id != loaded_) {
+    auto fresh = std::make_shared<xls::Workbook>();
+    std::uint64_t hash = 0;
+    if (id.exists) {
+      std::vector<std::uint8_t> bytes;
+      Error e = ReadWholeFile(options_.path, &bytes);
+      if (!e.ok()) return e;
+      xls::Status s = xls::ReadWorkbookFromMemory(bytes.data(), bytes.size(), fresh.get());
+      if (!s.ok()) {
+        return Error(ErrorKind::kWorkbookCorrupt, "'" + options_.path +
+                                                      "' is not a workbook this driver can read: " +
+                                                      s.ToString() + ".");
+      }
+      hash = Fnv64(bytes.data(), bytes.size());
+      id.size = bytes.size();
+    }
+    model_ = std::move(fresh);
+    loaded_ = id;
+    baseHash_ = hash;
+    applied_ = 0;
+  }
+  return ReplayJournal();
+}
+
+Error Database::ReplayJournal() {
+  if (journalFd_ < 0 || !locked_) return Error();
+  FileId j = StatFd(journalFd_);
+  if (applied_ == 0) {
+    if (j.size < kJournalHeaderSize || !loaded_.exists) return Error();
+    std::vector<std::uint8_t> head;
+    Error e = ReadAt(journalFd_, 0, kJournalHeaderSize, &head);
+    if (!e.ok()) return e;
+    JournalHeader h;
+    // A journal written against other workbook bytes is stale: its statements are already
+    // in the file (a fold finished but the journal was not reset) or belong to another file.
+    if (!DecodeJournalHeader(head, &h) || h.baseHash != baseHash_ || h.baseSize != loaded_.size) {
+      return Error();
+    }
+    applied_ = kJournalHeaderSize;
+  }
+  if (j.size <= applied_) return Error();
+  std::vector<std::uint8_t> tail;
+  Error e = ReadAt(journalFd_, applied_, j.size - applied_, &tail);
+  if (!e.ok()) return e;
+  std::size_t consumed = 0;
+  std::vector<JournalRecord> records = DecodeJournalRecords(tail.data(), tail.size(), &consumed);
+  for (const JournalRecord& r : records) {
+    Statement st;
+    Outcome ignored;
+    ExecOptions o;
+    o.firstRowHasNames = options_.firstRowHasNames;
+    o.parameters = &r.parameters;
+    // Each record ran without error against this very state when it was written.
+    if (ParseSql(r.sql, &st).ok()) xlsodbc::Execute(st, o, &model_, &ignored);
+  }
+  applied_ += consumed;
+  return Error();
+}
+
+Error Database::StartJournal() {
+  FileId j = StatFd(journalFd_);
+  if (applied_ >= kJournalHeaderSize) {
+    // Cut a record left half-written by a crash, so the next one follows the last whole one.
+    if (j.size > applied_ && Sys().ftruncate(journalFd_, static_cast<off_t>(applied_)) != 0) {
+      return Error(ErrorKind::kIO, "Cannot trim the journal: " + ErrnoText(errno) + ".");
+    }
+    return Error();
+  }
+  JournalHeader h{loaded_.size, baseHash_};
+  std::vector<std::uint8_t> head = EncodeJournalHeader(h);
+  if (Sys().ftruncate(journalFd_, 0) != 0) {
+    return Error(ErrorKind::kIO, "Cannot reset the journal: " + ErrnoText(errno) + ".");
+  }
+  Error e = WriteAt(journalFd_, 0, head.data(), head.size());
+  if (e.ok() && Sys().fsync(journalFd_) != 0) {
+    e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
+  }
+  if (!e.ok()) return e;
+  applied_ = kJournalHeaderSize;
+  return Error();
+}
+
+Error Database::Append(const std::string& sql, const std::vector<Value>& parameters) {
+  std::vector<std::uint8_t> rec = EncodeJournalRecord(JournalRecord{sql, parameters});
+  Error e = WriteAt(journalFd_, applied_, rec.data(), rec.size());
+  if (e.ok() && Sys().fsync(journalFd_) != 0) {
+    e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
+  }
+  if (!e.ok()) {
+    Sys().ftruncate(journalFd_, static_cast<off_t>(applied_));
+    return Error(ErrorKind::kIO, "The change was not saved. " + e.message());
+  }
+  applied_ += rec.size();
+  return Error();
+}
+
+Error Database::Fold() {
+  if (model_->sheets().empty()) return Error();
+  std::vector<std::uint8_t> bytes;
+  xls::Status s = xls::WriteWorkbookToMemory(*model_, &bytes);
+  if (!s.ok()) return Error(ErrorKind::kIO, "Cannot encode the workbook: " + s.ToString() + ".");
+  Error e = WriteFileAtomic(options_.path, bytes);
+  if (!e.ok()) return e;
+  loaded_ = StatPath(options_.path);
+  loaded_.size = bytes.size();
+  baseHash_ = Fnv64(bytes.data(), bytes.size());
+  applied_ = 0;
+  // The journal now describes an older file; start it again against the new one. Should this
+  // fail, the stale journal is recognised by its header and ignored.
+  if (journalFd_ >= 0 && locked_) return StartJournal();
+  return Error();
+}
+
+Error Database::Execute(const std::string& sql, const Statement& st,
+                        const std::vector<Value>& parameters, Outcome* out) {
+  bool write = st.changesData();
+  if (write && options_.readOnly) {
+    return Error(ErrorKind::kReadOnly,
+                 "The connection is read-only (READONLY=1): the workbook cannot be changed.");
+  }
+  Error e = Lock(write, write);
+  if (e.ok()) e = Refresh();
+  if (e.ok() && write && loaded_.exists) e = StartJournal();
+  if (e.ok()) {
+    ExecOptions o;
+    o.firstRowHasNames = options_.firstRowHasNames;
+    o.parameters = &parameters;
+    e = xlsodbc::Execute(st, o, &model_, out);
+  }
+  if (e.ok() && out->changed) {
+    if (!loaded_.exists) {
+      e = Fold();  // the first change makes the file
+    } else {
+      e = Append(sql, parameters);
+      // A failed fold leaves the change safe in the journal; the next statement tries again.
+      if (e.ok() && applied_ > loaded_.size) Fold();
+    }
+    if (!e.ok()) loaded_ = Unknown();  // the model holds a change the file does not
+  }
+  Unlock();
+  return e;
+}
+
+Error Database::Snapshot(std::shared_ptr<const xls::Workbook>* out) {
+  Error e = Lock(false, false);
+  if (e.ok()) e = Refresh();
+  Unlock();
+  if (e.ok()) *out = model_;
+  return e;
+}
+
+Error Database::Close() {
+  if (closed_) return Error();
+  closed_ = true;
+  if (options_.readOnly) return Error();
+  Error e = Lock(true, false);
+  if (!e.ok() || !locked_) return e;
+  e = Refresh();
+  if (e.ok() && applied_ > kJournalHeaderSize) e = Fold();
+  // Keep the journal when its statements could not be folded: the next connection will.
+  if (e.ok()) Sys().unlink(journalPath().c_str());
+  Unlock();
+  Sys().close(journalFd_);
+  journalFd_ = -1;
+  return e;
+}
+
+}  // namespace xlsodbc

@@ -1,0 +1,76 @@
+// Database: one connection's hold on a workbook file. It keeps the workbook model in memory
+// and makes every change durable before returning, through a redo journal beside the file
+// ("<workbook>-journal", format in Journal.h) that is folded into the .xls on Close() and
+// whenever it grows past the workbook's size. Processes and connections are serialized by
+// flock() on the journal: writers exclusively, readers shared. See README.md, "Durability".
+//
+// Ownership: the Database owns its model and file descriptors. Results it hands out share
+// the model snapshot they were made from. Not for use from two threads at once.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "odbc-driver/Error.h"
+#include "odbc-driver/Executor.h"
+#include "odbc-driver/FileIo.h"
+#include "xls/Workbook.h"
+
+namespace xlsodbc {
+
+struct DatabaseOptions {
+  std::string path;
+  bool create = false;  // CREATE_DB: a missing file is made by the first change
+  bool readOnly = false;
+  bool firstRowHasNames = true;
+  int lockTimeoutMs = 30000;
+};
+
+class Database {
+ public:
+  // A missing file without options.create, or one that is not a readable workbook, fails.
+  static Error Open(const DatabaseOptions& options, std::unique_ptr<Database>* out);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  // Runs one statement on the current state of the file. A change is on disk (journal or
+  // workbook) when this returns OK; on failure nothing changed.
+  Error Execute(const std::string& sql, const Statement& st, const std::vector<Value>& parameters,
+                Outcome* out);
+
+  // The current state, for catalog calls.
+  Error Snapshot(std::shared_ptr<const xls::Workbook>* out);
+
+  // Folds the journal into the workbook and removes it. Also run by the destructor.
+  Error Close();
+
+  bool readOnly() const { return options_.readOnly; }
+  bool firstRowHasNames() const { return options_.firstRowHasNames; }
+  const std::string& path() const { return options_.path; }
+
+ private:
+  explicit Database(DatabaseOptions options);
+  std::string journalPath() const { return options_.path + "-journal"; }
+
+  Error Lock(bool exclusive, bool create);
+  void Unlock();
+  Error Refresh();
+  Error ReplayJournal();
+  Error StartJournal();
+  Error Append(const std::string& sql, const std::vector<Value>& parameters);
+  Error Fold();
+
+  DatabaseOptions options_;
+  std::shared_ptr<xls::Workbook> model_;
+  FileId loaded_;              // the workbook file the model was read from
+  std::uint64_t baseHash_ = 0;  // FNV-1a of that file's bytes
+  int journalFd_ = -1;         // open and locked during a statement
+  bool locked_ = false;
+  std::uint64_t applied_ = 0;  // journal bytes already in the model (0: none read yet)
+  bool closed_ = false;
+};
+
+}  // namespace xlsodbc

@@ -1,0 +1,25 @@
+// The one place where the driver's errors become ODBC diagnostics: the SQLSTATE table for
+// the engine's error kinds and the setter every entry point uses.
+#pragma once
+
+#include <string>
+
+#include "odbc-driver/Error.h"
+#include "odbc-driver/Handles.h"
+
+namespace xlsodbc {
+
+// The prefix of every message, the ODBC way of naming the component that reports it.
+constexpr const char* kMessagePrefix = "[Excel Workbook Driver] ";
+
+const char* SqlStateOf(ErrorKind kind);
+
+// Clears the handle's records; every entry point but the diagnostic ones starts with it.
+void ClearDiag(Handle* h);
+// Adds a record (prefix added here) and returns SQL_ERROR.
+SQLRETURN PostError(Handle* h, const char* state, const std::string& message);
+SQLRETURN PostError(Handle* h, const Error& e);
+// Adds a warning record and returns SQL_SUCCESS_WITH_INFO.
+SQLRETURN PostWarning(Handle* h, const char* state, const std::string& message);
+
+}  // namespace xlsodbc

@@ -1,0 +1,583 @@
+#include "odbc-driver/Executor.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <map>
+
+#include "odbc-driver/CellText.h"
+
+namespace xlsodbc {
+
+namespace {
+
+using xls::Cell;
+using xls::Sheet;
+using xls::Workbook;
+
+bool EqualNoCase(const std::string& a, const std::string& b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    char x = a[i], y = b[i];
+    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x + 32);
+    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y + 32);
+    if (x != y) return false;
+  }
+  return true;
+}
+
+std::string Quote(const std::string& name) { return "'" + name + "'"; }
+
+Error TableNotFound(const TableRef& t) {
+  return Error(ErrorKind::kTableNotFound,
+               "Table " + Quote(t.sheet) + " not found: the workbook has no sheet of that name.");
+}
+
+// The rectangle a table covers on its sheet, trimmed to what holds values.
+struct TableView {
+  bool empty = true;  // no cells at all: no columns, no rows
+  int top = 0, left = 0, right = -1;
+  int firstData = 0, lastData = -1;  // records, inclusive
+  std::vector<std::string> names;
+};
+
+const std::vector<Cell>* RowAt(const Sheet& s, int r) {
+  return r < static_cast<int>(s.rows().size()) ? &s.rows()[static_cast<std::size_t>(r)] : nullptr;
+}
+
+// Last non-empty column of row r within [left, right], or -1.
+int LastInRow(const Sheet& s, int r, int left, int right) {
+  const auto* row = RowAt(s, r);
+  if (!row) return -1;
+  for (int c = std::min(right, static_cast<int>(row->size()) - 1); c >= left; --c) {
+    if (!(*row)[static_cast<std::size_t>(c)].isEmpty()) return c;
+  }
+  return -1;
+}
+
+// Last row at or above maxRow holding a value in [left, right], or -1. Scans up from the
+// bottom, so appending to a table costs as much as its last row, not its height.
+int LastRowInColumns(const Sheet& s, int left, int right, int maxRow) {
+  for (int r = std::min(maxRow, static_cast<int>(s.rows().size()) - 1); r >= 0; --r) {
+    if (LastInRow(s, r, left, right) >= 0) return r;
+  }
+  return -1;
+}
+
+void NameColumns(const Sheet& s, bool firstRowHasNames, bool date1904, TableView* v) {
+  v->names.clear();
+  std::string text;
+  for (int c = v->left; c <= v->right; ++c) {
+    bool named = firstRowHasNames && CellText(s.at(v->top, c), date1904, &text) && !text.empty();
+    v->names.push_back(named ? text : "F" + std::to_string(c - v->left + 1));
+  }
+}
+
+TableView Resolve(const Sheet& s, const TableRef& t, bool firstRowHasNames, bool date1904) {
+  TableView v;
+  int top, left, bottom, right;
+  if (t.hasRange) {
+    top = t.range.top;
+    left = t.range.left;
+    bottom = -1;
+    right = -1;
+    int lastRow = std::min(t.range.bottom, static_cast<int>(s.rows().size()) - 1);
+    for (int r = top; r <= lastRow; ++r) {
+      int c = LastInRow(s, r, left, t.range.right);
+      if (c >= 0) {
+        bottom = r;
+        right = std::max(right, c);
+      }
+    }
+    if (bottom < 0) return v;
+  } else {
+    bottom = s.usedRows() - 1;
+    if (bottom < 0) return v;
+    right = s.usedColumns() - 1;
+    top = 0;
+    while (LastInRow(s, top, 0, right) < 0) ++top;
+    left = right;
+    for (int r = top; r <= bottom && left > 0; ++r) {
+      const auto* row = RowAt(s, r);
+      for (int c = 0; c < left && c < static_cast<int>(row->size()); ++c) {
+        if (!(*row)[static_cast<std::size_t>(c)].isEmpty()) {
+          left = c;
+          break;
+        }
+      }
+    }
+  }
+  v.empty = false;
+  v.top = top;
+  v.left = left;
+  v.right = right;
+  v.firstData = firstRowHasNames ? top + 1 : top;
+  v.lastData = bottom;
+  NameColumns(s, firstRowHasNames, date1904, &v);
+  return v;
+}
+
+// Column index within the view: exact name first, then ignoring ASCII case; -1 if none.
+int FindColumn(const TableView& v, const std::string& name) {
+  for (std::size_t i = 0; i < v.names.size(); ++i) {
+    if (v.names[i] == name) return static_cast<int>(i);
+  }
+  for (std::size_t i = 0; i < v.names.size(); ++i) {
+    if (EqualNoCase(v.names[i], name)) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+Error ColumnNotFound(const std::string& col, const TableRef& t) {
+  return Error(ErrorKind::kColumnNotFound,
+               "Column " + Quote(col) + " not found in table " + Quote(t.written) + ".");
+}
+
+Error Bind(const Value& in, const ExecOptions& o, Value* out) {
+  if (in.kind != Value::Kind::kParameter) {
+    *out = in;
+    return Error();
+  }
+  if (!o.parameters || in.parameter >= static_cast<int>(o.parameters->size())) {
+    return Error(ErrorKind::kParameter,
+                 "No value was bound for parameter " + std::to_string(in.parameter + 1) + ".");
+  }
+  *out = (*o.parameters)[static_cast<std::size_t>(in.parameter)];
+  return Error();
+}
+
+Cell ToCell(const Value& v) {
+  switch (v.kind) {
+    case Value::Kind::kText: return Cell::Text(v.text);
+    case Value::Kind::kNumber: return Cell::Number(v.number);
+    default: return Cell();
+  }
+}
+
+// ---- WHERE ----
+
+enum class Truth { kFalse, kTrue, kUnknown };
+
+struct Scalar {
+  bool null = true;
+  bool numeric = false;
+  double number = 0;
+  std::string text;
+};
+
+bool ParseDouble(const std::string& s, double* d) {
+  if (s.empty()) return false;
+  auto res = std::from_chars(s.data(), s.data() + s.size(), *d);
+  return res.ec == std::errc() && res.ptr == s.data() + s.size();
+}
+
+class Matcher {
+ public:
+  Matcher(const Sheet& s, const TableView& v, const TableRef& t, const ExecOptions& o, bool d1904)
+      : s_(s), v_(v), t_(t), o_(o), date1904_(d1904) {}
+
+  // Resolves column names and parameters once, before any row is tested.
+  Error Prepare(const Condition* c) {
+    if (!c) return Error();
+    if (c->kind == Condition::Kind::kAnd || c->kind == Condition::Kind::kOr) {
+      Error e = Prepare(c->a.get());
+      return e.ok() ? Prepare(c->b.get()) : e;
+    }
+    if (c->kind == Condition::Kind::kNot) return Prepare(c->a.get());
+    for (const Condition::Operand* op : {&c->lhs, &c->rhs}) {
+      if (op->isColumn) {
+        int idx = FindColumn(v_, op->column);
+        if (idx < 0) return ColumnNotFound(op->column, t_);
+        columns_[op] = idx;
+      } else if (op->value.kind == Value::Kind::kParameter) {
+        Value bound;
+        Error e = Bind(op->value, o_, &bound);
+        if (!e.ok()) return e;
+        values_[op] = bound;
+      }
+    }
+    return Error();
+  }
+
+  Truth Test(const Condition* c, int row) {
+    switch (c->kind) {
+      case Condition::Kind::kAnd: {
+        Truth a = Test(c->a.get(), row);
+        if (a == Truth::kFalse) return a;
+        Truth b = Test(c->b.get(), row);
+        if (b == Truth::kFalse) return b;
+        return (a == Truth::kTrue && b == Truth::kTrue) ? Truth::kTrue : Truth::kUnknown;
+      }
+      case Condition::Kind::kOr: {
+        Truth a = Test(c->a.get(), row);
+        if (a == Truth::kTrue) return a;
+        Truth b = Test(c->b.get(), row);
+        if (b == Truth::kTrue) return b;
+        return (a == Truth::kFalse && b == Truth::kFalse) ? Truth::kFalse : Truth::kUnknown;
+      }
+      case Condition::Kind::kNot: {
+        Truth a = Test(c->a.get(), row);
+        return a == Truth::kUnknown ? a : (a == Truth::kTrue ? Truth::kFalse : Truth::kTrue);
+      }
+      case Condition::Kind::kIsNull:
+      case Condition::Kind::kIsNotNull: {
+        bool isNull = Get(c->lhs, row).null;
+        return (isNull == (c->kind == Condition::Kind::kIsNull)) ? Truth::kTrue : Truth::kFalse;
+      }
+      case Condition::Kind::kCompare:
+        break;
+    }
+    Scalar a = Get(c->lhs, row), b = Get(c->rhs, row);
+    if (a.null || b.null) return Truth::kUnknown;
+    int cmp;
+    double x, y;
+    // Numbers compare as numbers, also against text that reads as one ('7' = 7); other
+    // text compares byte by byte, case-sensitively.
+    bool xn = a.numeric ? (x = a.number, true) : ParseDouble(a.text, &x);
+    bool yn = b.numeric ? (y = b.number, true) : ParseDouble(b.text, &y);
+    if ((a.numeric || b.numeric) && xn && yn) {
+      cmp = x < y ? -1 : (x > y ? 1 : 0);
+    } else {
+      cmp = a.text.compare(b.text);
+    }
+    bool r = false;
+    switch (c->op) {
+      case Condition::Op::kEq: r = cmp == 0; break;
+      case Condition::Op::kNe: r = cmp != 0; break;
+      case Condition::Op::kLt: r = cmp < 0; break;
+      case Condition::Op::kLe: r = cmp <= 0; break;
+      case Condition::Op::kGt: r = cmp > 0; break;
+      case Condition::Op::kGe: r = cmp >= 0; break;
+    }
+    return r ? Truth::kTrue : Truth::kFalse;
+  }
+
+ private:
+  Scalar Get(const Condition::Operand& op, int row) {
+    Scalar out;
+    if (op.isColumn) {
+      const Cell& cell = s_.at(row, v_.left + columns_[&op]);
+      out.null = !CellText(cell, date1904_, &out.text);
+      out.numeric = cell.type == xls::CellType::kNumber || cell.type == xls::CellType::kBoolean ||
+                    cell.type == xls::CellType::kDateTime;
+      out.number = cell.number;
+      return out;
+    }
+    auto it = values_.find(&op);
+    const Value& v = it != values_.end() ? it->second : op.value;
+    out.null = v.kind == Value::Kind::kNull;
+    out.numeric = v.kind == Value::Kind::kNumber;
+    out.number = v.number;
+    out.text = out.numeric ? FormatNumber(v.number) : v.text;
+    return out;
+  }
+
+  const Sheet& s_;
+  const TableView& v_;
+  const TableRef& t_;
+  const ExecOptions& o_;
+  bool date1904_;
+  std::map<const Condition::Operand*, int> columns_;
+  std::map<const Condition::Operand*, Value> values_;
+};
+
+Error MatchingRows(const Sheet& s, const TableView& v, const Statement& st, const ExecOptions& o,
+                   bool date1904, std::vector<int>* rows) {
+  Matcher m(s, v, st.table, o, date1904);
+  Error e = m.Prepare(st.where.get());
+  if (!e.ok()) return e;
+  for (int r = v.firstData; r <= v.lastData; ++r) {
+    if (!st.where || m.Test(st.where.get(), r) == Truth::kTrue) rows->push_back(r);
+  }
+  return Error();
+}
+
+// ---- SELECT ----
+
+// Rows of one sheet, read from a snapshot of the workbook that the result shares.
+class SheetResult : public ResultSet {
+ public:
+  SheetResult(std::shared_ptr<const Workbook> book, const Sheet* sheet, std::vector<ColumnInfo> cols,
+              std::vector<int> columnIndex, std::vector<int> rows)
+      : book_(std::move(book)), sheet_(sheet), cols_(std::move(cols)),
+        columnIndex_(std::move(columnIndex)), rows_(std::move(rows)) {}
+
+  const std::vector<ColumnInfo>& columns() const override { return cols_; }
+  long rowCount() const override { return static_cast<long>(rows_.size()); }
+  bool value(long row, int column, std::string* out) const override {
+    return CellText(sheet_->at(rows_[static_cast<std::size_t>(row)],
+                               columnIndex_[static_cast<std::size_t>(column)]),
+                    book_->date1904, out);
+  }
+
+ private:
+  std::shared_ptr<const Workbook> book_;
+  const Sheet* sheet_;
+  std::vector<ColumnInfo> cols_;
+  std::vector<int> columnIndex_;
+  std::vector<int> rows_;
+};
+
+Error RunSelect(const Statement& st, const ExecOptions& o, const std::shared_ptr<Workbook>& book,
+                Outcome* out) {
+  const Sheet* s = book->findSheet(st.table.sheet);
+  if (!s) return TableNotFound(st.table);
+  TableView v = Resolve(*s, st.table, o.firstRowHasNames, book->date1904);
+  std::vector<ColumnInfo> cols;
+  std::vector<int> index;
+  auto add = [&](int i) {
+    ColumnInfo c;
+    c.name = v.names[static_cast<std::size_t>(i)];
+    c.table = s->name();
+    cols.push_back(std::move(c));
+    index.push_back(v.left + i);
+  };
+  if (st.columns.empty()) {
+    for (int i = 0; i < static_cast<int>(v.names.size()); ++i) add(i);
+  } else {
+    for (const std::string& name : st.columns) {
+      int i = FindColumn(v, name);
+      if (i < 0) return ColumnNotFound(name, st.table);
+      add(i);
+    }
+  }
+  std::vector<int> rows;
+  if (!v.empty) {
+    Error e = MatchingRows(*s, v, st, o, book->date1904, &rows);
+    if (!e.ok()) return e;
+  }
+  out->result = std::make_unique<SheetResult>(book, s, std::move(cols), std::move(index),
+                                              std::move(rows));
+  return Error();
+}
+
+// ---- changes ----
+
+// Write access to the model, copying it first while a result still reads the old one.
+class Writable {
+ public:
+  explicit Writable(std::shared_ptr<Workbook>* book) : book_(book) {}
+  Workbook& get() {
+    if (book_->use_count() > 1) *book_ = std::make_shared<Workbook>(**book_);
+    return **book_;
+  }
+
+ private:
+  std::shared_ptr<Workbook>* book_;
+};
+
+Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* out) {
+  const TableRef& t = st.table;
+  for (std::size_t i = 0; i < st.columns.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      if (EqualNoCase(st.columns[i], st.columns[j])) {
+        return Error(ErrorKind::kInvalidValue, "Column " + Quote(st.columns[i]) +
+                                                   " is declared twice in CREATE TABLE.");
+      }
+    }
+  }
+  int top = t.hasRange ? t.range.top : 0;
+  int left = t.hasRange ? t.range.left : 0;
+  int width = static_cast<int>(st.columns.size());
+  if (left + width > xls::kMaxColumns || (t.hasRange && left + width - 1 > t.range.right)) {
+    return Error(ErrorKind::kValueCount, "Table " + Quote(t.written) + " cannot hold " +
+                                             std::to_string(width) + " columns.");
+  }
+  const Sheet* existing = book.findSheet(t.sheet);
+  if (!existing && !Workbook::isValidSheetName(t.sheet)) {
+    return Error(ErrorKind::kInvalidValue,
+                 "Cannot create table " + Quote(t.sheet) +
+                     ": a sheet name has 1 to 31 characters, none of : \\ / ? * [ ].");
+  }
+  if (existing) {
+    TableView v = Resolve(*existing, t, true, book.date1904);
+    if (!v.empty) {
+      // The same names in order: the table is declared again, nothing to do.
+      bool same = v.right - v.left + 1 == width;
+      for (int i = 0; same && i < width; ++i) {
+        same = v.names[static_cast<std::size_t>(i)] == st.columns[static_cast<std::size_t>(i)];
+      }
+      if (same) {
+        out->rowCount = 0;
+        return Error();
+      }
+      return Error(ErrorKind::kTableExists, "Table " + Quote(t.written) + " already exists.");
+    }
+    // An empty region under values in its own columns re-declares the table above it (a
+    // header written here would land among that table's records): nothing to write.
+    if (t.hasRange && top > 0 && LastRowInColumns(*existing, t.range.left, t.range.right, top - 1) >= 0) {
+      out->rowCount = 0;
+      return Error();
+    }
+  }
+  Workbook& wb = w.get();
+  Sheet* s = wb.findSheet(t.sheet);
+  if (!s) s = &wb.addSheet(t.sheet);
+  for (int i = 0; i < width; ++i) s->set(top, left + i, Cell::Text(st.columns[static_cast<std::size_t>(i)]));
+  out->changed = true;
+  out->rowCount = 0;
+  return Error();
+}
+
+Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Workbook& book,
+                Outcome* out) {
+  const TableRef& t = st.table;
+  const Sheet* s = book.findSheet(t.sheet);
+  if (!s) return TableNotFound(t);
+  std::vector<Value> values(st.values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    Error e = Bind(st.values[i], o, &values[i]);
+    if (!e.ok()) return e;
+  }
+  // Where the table's columns lie; for a used range, the header row's extent.
+  int top, left, right;
+  if (t.hasRange) {
+    top = t.range.top, left = t.range.left, right = t.range.right;
+  } else {
+    int bottom = s->usedRows() - 1;
+    if (bottom < 0) {
+      return Error(ErrorKind::kValueCount, "Table " + Quote(t.written) +
+                                               " has no columns: create it first.");
+    }
+    top = 0;
+    while (LastInRow(*s, top, 0, xls::kMaxColumns - 1) < 0) ++top;
+    const auto& header = *RowAt(*s, top);
+    left = 0;
+    while (header[static_cast<std::size_t>(left)].isEmpty()) ++left;
+    right = LastInRow(*s, top, 0, xls::kMaxColumns - 1);
+  }
+  std::vector<int> target(values.size());
+  if (st.columns.empty()) {
+    if (static_cast<int>(values.size()) > right - left + 1) {
+      return Error(ErrorKind::kValueCount,
+                   "INSERT gives " + std::to_string(values.size()) + " values but table " +
+                       Quote(t.written) + " has " + std::to_string(right - left + 1) + " columns.");
+    }
+    for (std::size_t i = 0; i < values.size(); ++i) target[i] = left + static_cast<int>(i);
+  } else {
+    TableView v;
+    v.top = top, v.left = left, v.right = right;
+    int lastHeader = LastInRow(*s, top, left, right);
+    v.right = lastHeader;
+    NameColumns(*s, o.firstRowHasNames, book.date1904, &v);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      int idx = FindColumn(v, st.columns[i]);
+      if (idx < 0) return ColumnNotFound(st.columns[i], t);
+      target[i] = left + idx;
+    }
+  }
+  // Just below the last record in the table's columns: never over a value.
+  int last = LastRowInColumns(*s, left, right, xls::kMaxRows - 1);
+  int row = last >= 0 ? last + 1 : (o.firstRowHasNames ? top + 1 : top);
+  if (row >= xls::kMaxRows) {
+    return Error(ErrorKind::kValueCount, "Table " + Quote(t.written) + " is full: a sheet holds " +
+                                             std::to_string(xls::kMaxRows) + " rows.");
+  }
+  Sheet* ws = w.get().findSheet(t.sheet);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (values[i].kind != Value::Kind::kNull) ws->set(row, target[i], ToCell(values[i]));
+  }
+  out->changed = true;
+  out->rowCount = 1;
+  return Error();
+}
+
+Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Workbook& book,
+                Outcome* out) {
+  const Sheet* s = book.findSheet(st.table.sheet);
+  if (!s) return TableNotFound(st.table);
+  TableView v = Resolve(*s, st.table, o.firstRowHasNames, book.date1904);
+  std::vector<int> cols;
+  std::vector<Value> values(st.values.size());
+  for (std::size_t i = 0; i < st.columns.size(); ++i) {
+    int idx = FindColumn(v, st.columns[i]);
+    if (idx < 0) return ColumnNotFound(st.columns[i], st.table);
+    cols.push_back(v.left + idx);
+    Error e = Bind(st.values[i], o, &values[i]);
+    if (!e.ok()) return e;
+  }
+  std::vector<int> rows;
+  Error e = MatchingRows(*s, v, st, o, book.date1904, &rows);
+  if (!e.ok()) return e;
+  out->rowCount = static_cast<long>(rows.size());
+  if (rows.empty()) return Error();
+  Sheet* ws = w.get().findSheet(st.table.sheet);
+  for (int r : rows) {
+    for (std::size_t i = 0; i < cols.size(); ++i) {
+      Cell cell = ToCell(values[i]);
+      if (cell.isEmpty()) {
+        ws->clear(r, cols[i]);
+      } else {
+        cell.style = ws->at(r, cols[i]).style;  // a new value keeps the cell's format
+        ws->set(r, cols[i], std::move(cell));
+      }
+    }
+  }
+  out->changed = true;
+  return Error();
+}
+
+Error RunDrop(const Statement& st, Writable w, const Workbook& book, Outcome* out) {
+  const TableRef& t = st.table;
+  const Sheet* s = book.findSheet(t.sheet);
+  if (!s) return TableNotFound(t);
+  CellRange r{0, 0, xls::kMaxRows - 1, xls::kMaxColumns - 1};
+  if (t.hasRange) r = t.range;
+  // Count what is there first, so that dropping an empty region changes nothing.
+  long cleared = 0;
+  bool stored = false;
+  int lastRow = std::min(r.bottom, static_cast<int>(s->rows().size()) - 1);
+  for (int row = r.top; row <= lastRow; ++row) {
+    const auto& cells = *RowAt(*s, row);
+    bool any = false;
+    for (int c = r.left; c <= r.right && c < static_cast<int>(cells.size()); ++c) {
+      const Cell& cell = cells[static_cast<std::size_t>(c)];
+      if (!cell.isEmpty()) any = true;
+      if (!cell.isEmpty() || cell.style != 0) stored = true;
+    }
+    cleared += any;
+  }
+  out->rowCount = cleared;
+  if (!stored) return Error();
+  Sheet* ws = w.get().findSheet(t.sheet);
+  if (!t.hasRange) {
+    ws->clearAll();
+  } else {
+    // Bottom-up and right to left: clearing trims trailing rows and cells as it goes.
+    for (int row = lastRow; row >= r.top; --row) {
+      if (row >= static_cast<int>(ws->rows().size())) continue;
+      int width = static_cast<int>(ws->rows()[static_cast<std::size_t>(row)].size());
+      for (int c = std::min(r.right, width - 1); c >= r.left; --c) ws->clear(row, c);
+    }
+  }
+  out->changed = true;
+  return Error();
+}
+
+}  // namespace
+
+Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<Workbook>* book,
+              Outcome* out) {
+  *out = Outcome();
+  // Each statement reads the model as it is and calls Writable::get() only after its last
+  // read; if that copies, the old model stays alive in the result that shares it.
+  const Workbook& before = **book;
+  Writable w(book);
+  switch (st.kind) {
+    case Statement::Kind::kSelect: return RunSelect(st, options, *book, out);
+    case Statement::Kind::kCreate: return RunCreate(st, w, before, out);
+    case Statement::Kind::kInsert: return RunInsert(st, options, w, before, out);
+    case Statement::Kind::kUpdate: return RunUpdate(st, options, w, before, out);
+    case Statement::Kind::kDrop: return RunDrop(st, w, before, out);
+  }
+  return Error(ErrorKind::kSyntax, "Unknown statement.");
+}
+
+std::vector<std::string> TableColumnNames(const Workbook& book, const TableRef& table,
+                                          bool firstRowHasNames) {
+  const Sheet* s = book.findSheet(table.sheet);
+  if (!s) return {};
+  return Resolve(*s, table, firstRowHasNames, book.date1904).names;
+}
+
+}  // namespace xlsodbc

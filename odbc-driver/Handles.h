@@ -1,0 +1,136 @@
+// The ODBC handles: environment, connection, statement and (placeholder) descriptor, each
+// with its own list of diagnostic records. A handle is a pointer to one of these structs;
+// FromHandle checks the magic number and the kind before any use, so a stale or foreign
+// pointer gets SQL_INVALID_HANDLE instead of a crash where it can be told.
+//
+// Ownership: the application frees what it allocates; an Env owns nothing, a Dbc owns its
+// Database, a Stmt owns its result. Freeing a Dbc with statements left frees them too.
+#pragma once
+
+#include <sql.h>
+#include <sqlext.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "odbc-driver/Database.h"
+#include "odbc-driver/ResultSet.h"
+#include "odbc-driver/Sql.h"
+
+namespace xlsodbc {
+
+struct DiagRecord {
+  std::string state;
+  std::string message;
+  SQLINTEGER native = 0;
+};
+
+enum class HandleKind : std::uint32_t { kEnv = 1, kDbc, kStmt, kDesc };
+
+struct Handle {
+  explicit Handle(HandleKind k) : kind(k) {}
+  virtual ~Handle() { magic = 0; }
+  static constexpr std::uint32_t kMagic = 0x584c5344;  // "XLSD"
+  std::uint32_t magic = kMagic;
+  HandleKind kind;
+  std::vector<DiagRecord> diags;
+  SQLRETURN lastReturn = SQL_SUCCESS;
+};
+
+struct Stmt;
+
+struct Env : Handle {
+  Env() : Handle(HandleKind::kEnv) {}
+  SQLINTEGER odbcVersion = SQL_OV_ODBC3;
+};
+
+struct Dbc : Handle {
+  explicit Dbc(Env* e) : Handle(HandleKind::kDbc), env(e) {}
+  Env* env;
+  std::unique_ptr<Database> db;
+  std::string connectionString;  // as given, returned by SQLDriverConnect
+  std::string dsn;
+  bool autocommit = true;
+  bool readOnlyAttr = false;
+  bool changedSinceEndTran = false;
+  std::map<SQLINTEGER, SQLULEN> attrs;  // accepted attributes the driver does not act on
+  std::vector<Stmt*> stmts;
+};
+
+struct Desc : Handle {
+  Desc() : Handle(HandleKind::kDesc) {}
+};
+
+struct ColumnBinding {
+  SQLSMALLINT cType = SQL_C_CHAR;
+  SQLPOINTER buffer = nullptr;
+  SQLLEN bufferLength = 0;
+  SQLLEN* indicator = nullptr;
+};
+
+struct ParamBinding {
+  SQLSMALLINT cType = SQL_C_CHAR;
+  SQLSMALLINT sqlType = SQL_VARCHAR;
+  SQLPOINTER buffer = nullptr;
+  SQLLEN bufferLength = 0;
+  SQLLEN* indicator = nullptr;
+};
+
+struct Stmt : Handle {
+  explicit Stmt(Dbc* d) : Handle(HandleKind::kStmt), dbc(d) {}
+  Dbc* dbc;
+  Desc ard, apd, ird, ipd;
+
+  std::string sql;
+  bool prepared = false;
+  Statement parsed;
+
+  std::unique_ptr<ResultSet> result;
+  long row = -1;       // current row of result; -1 before the first fetch
+  SQLLEN rowCount = -1;
+
+  // SQLGetData in pieces: which column, and how far into its value.
+  int dataColumn = -1;
+  std::size_t dataOffset = 0;
+  std::string scratch;
+
+  std::map<SQLUSMALLINT, ColumnBinding> columns;
+  std::map<SQLUSMALLINT, ParamBinding> params;
+
+  SQLULEN maxRows = 0;
+  SQLULEN* rowsFetched = nullptr;
+  SQLUSMALLINT* rowStatus = nullptr;
+  std::map<SQLINTEGER, SQLULEN> attrs;
+
+  void CloseCursor() {
+    result.reset();
+    row = -1;
+    dataColumn = -1;
+    dataOffset = 0;
+  }
+};
+
+// The handle behind h if it is live and of kind T, else nullptr.
+template <typename T>
+T* FromHandle(SQLHANDLE h, HandleKind kind) {
+  if (!h) return nullptr;
+  auto* base = static_cast<Handle*>(h);
+  if (base->magic != Handle::kMagic || base->kind != kind) return nullptr;
+  return static_cast<T*>(base);
+}
+inline Env* ToEnv(SQLHANDLE h) { return FromHandle<Env>(h, HandleKind::kEnv); }
+inline Dbc* ToDbc(SQLHANDLE h) { return FromHandle<Dbc>(h, HandleKind::kDbc); }
+inline Stmt* ToStmt(SQLHANDLE h) { return FromHandle<Stmt>(h, HandleKind::kStmt); }
+
+// Copies text into an ODBC output string argument: NUL-terminated, truncated to fit, its
+// full length (without the NUL) in *outLen. True when it had to be cut.
+bool CopyOut(const std::string& text, SQLCHAR* buffer, SQLLEN bufferLength, SQLSMALLINT* outLen);
+bool CopyOut(const std::string& text, SQLPOINTER buffer, SQLLEN bufferLength, SQLINTEGER* outLen);
+
+// Text from an ODBC input argument given with a length or SQL_NTS.
+std::string InText(const SQLCHAR* text, SQLINTEGER length);
+
+}  // namespace xlsodbc

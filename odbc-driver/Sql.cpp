@@ -1,0 +1,501 @@
+#include "odbc-driver/Sql.h"
+
+#include <charconv>
+
+#include "odbc-driver/CellText.h"
+
+namespace xlsodbc {
+
+namespace {
+
+bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v'; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsAlpha(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+char Upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
+// Bare names: ASCII letters, digits, _ and $, and any byte of a UTF-8 sequence.
+bool IsNameChar(char c) {
+  return IsAlpha(c) || IsDigit(c) || c == '_' || c == '$' || static_cast<unsigned char>(c) >= 0x80;
+}
+
+// Recursive descent over the raw text. Values are read straight from the text because a
+// bare word ("2024-01-01", "x@y.com") is not one token in any ordinary lexer.
+class Parser {
+ public:
+  explicit Parser(std::string_view s) : s_(s) {}
+
+  Error Parse(Statement* st) {
+    if (Keyword("SELECT")) {
+      st->kind = Statement::Kind::kSelect;
+      if (!ParseSelect(st)) return error_;
+    } else if (Keyword("CREATE")) {
+      st->kind = Statement::Kind::kCreate;
+      if (!ExpectKeyword("TABLE") || !ParseTable(&st->table) || !ParseColumnDefs(st)) return error_;
+    } else if (Keyword("INSERT")) {
+      st->kind = Statement::Kind::kInsert;
+      if (!ExpectKeyword("INTO") || !ParseTable(&st->table) || !ParseInsert(st)) return error_;
+    } else if (Keyword("UPDATE")) {
+      st->kind = Statement::Kind::kUpdate;
+      if (!ParseTable(&st->table) || !ParseUpdate(st)) return error_;
+    } else if (Keyword("DROP")) {
+      st->kind = Statement::Kind::kDrop;
+      if (!ExpectKeyword("TABLE") || !ParseTable(&st->table)) return error_;
+    } else {
+      Fail("expected SELECT, CREATE TABLE, INSERT INTO, UPDATE or DROP TABLE");
+      return error_;
+    }
+    Skip();
+    if (Peek() == ';') {
+      ++p_;
+      Skip();
+    }
+    if (p_ < s_.size()) {
+      Fail("unexpected text after the end of the statement");
+      return error_;
+    }
+    st->parameterCount = parameters_;
+    return Error();
+  }
+
+ private:
+  void Skip() {
+    while (p_ < s_.size() && IsSpace(s_[p_])) ++p_;
+  }
+  char Peek() {
+    Skip();
+    return p_ < s_.size() ? s_[p_] : '\0';
+  }
+  bool AtEnd() {
+    Skip();
+    return p_ >= s_.size();
+  }
+
+  // Records the first failure only, with the position it happened at.
+  bool Fail(const std::string& what) {
+    if (!error_.ok()) return false;
+    std::string near;
+    if (p_ >= s_.size()) {
+      near = "at the end of the statement";
+    } else {
+      std::size_t n = 0;
+      while (p_ + n < s_.size() && n < 16 && !(n > 0 && IsSpace(s_[p_ + n]))) ++n;
+      near = "near '" + std::string(s_.substr(p_, n)) + "'";
+    }
+    error_ = Error(ErrorKind::kSyntax, "Syntax error at position " + std::to_string(p_ + 1) + " " +
+                                           near + ": " + what + ".");
+    return false;
+  }
+
+  bool Keyword(const char* kw) {
+    Skip();
+    std::size_t n = 0;
+    while (kw[n] != '\0') {
+      if (p_ + n >= s_.size() || Upper(s_[p_ + n]) != kw[n]) return false;
+      ++n;
+    }
+    if (p_ + n < s_.size() && IsNameChar(s_[p_ + n])) return false;
+    p_ += n;
+    return true;
+  }
+  bool ExpectKeyword(const char* kw) {
+    return Keyword(kw) || Fail(std::string("expected ") + kw);
+  }
+  bool Expect(char c) {
+    if (Peek() == c) {
+      ++p_;
+      return true;
+    }
+    return Fail(std::string("expected '") + c + "'");
+  }
+
+  // [name] (no escapes inside: a name ends at the first ']') or a bare name.
+  bool ParseName(std::string* out, const char* what) {
+    char c = Peek();
+    if (c == '[') {
+      std::size_t close = s_.find(']', p_ + 1);
+      if (close == std::string_view::npos) return Fail("unterminated '['");
+      *out = std::string(s_.substr(p_ + 1, close - p_ - 1));
+      if (out->empty()) return Fail(std::string("empty ") + what);
+      p_ = close + 1;
+      return true;
+    }
+    if (c == '`') {
+      std::size_t close = s_.find('`', p_ + 1);
+      if (close == std::string_view::npos || close == p_ + 1) return Fail(std::string("bad ") + what);
+      *out = std::string(s_.substr(p_ + 1, close - p_ - 1));
+      p_ = close + 1;
+      return true;
+    }
+    std::size_t start = p_;
+    while (p_ < s_.size() && IsNameChar(s_[p_])) ++p_;
+    if (p_ == start) return Fail(std::string("expected ") + what);
+    *out = std::string(s_.substr(start, p_ - start));
+    return true;
+  }
+
+  bool ParseTable(TableRef* t) {
+    std::size_t start = (Skip(), p_);
+    std::string name;
+    if (!ParseName(&name, "table name")) return false;
+    t->written = std::string(s_.substr(start, p_ - start));
+    if (!ParseTableName(name, t)) {
+      p_ = start;
+      return Fail("bad table name or cell range");
+    }
+    return true;
+  }
+
+  bool ParseSelect(Statement* st) {
+    if (Peek() == '*') {
+      ++p_;
+    } else {
+      do {
+        std::string col;
+        if (!ParseName(&col, "column name or *")) return false;
+        st->columns.push_back(std::move(col));
+      } while (Peek() == ',' && (++p_, true));
+    }
+    if (!ExpectKeyword("FROM") || !ParseTable(&st->table)) return false;
+    if (Keyword("WHERE")) {
+      st->where = ParseOr();
+      if (!st->where) return false;
+    }
+    return true;
+  }
+
+  bool ParseColumnDefs(Statement* st) {
+    if (!Expect('(')) return false;
+    do {
+      std::string col;
+      if (!ParseName(&col, "column name")) return false;
+      // The type is accepted and not kept: every cell holds text or a number.
+      while (IsAlpha(Peek())) {
+        std::string type;
+        if (!ParseName(&type, "type")) return false;
+      }
+      if (Peek() == '(') {
+        ++p_;
+        Skip();
+        std::size_t start = p_;
+        while (p_ < s_.size() && (IsDigit(s_[p_]) || s_[p_] == ',' || IsSpace(s_[p_]))) ++p_;
+        if (p_ == start) return Fail("expected a type size");
+        if (!Expect(')')) return false;
+      }
+      st->columns.push_back(std::move(col));
+    } while (Peek() == ',' && (++p_, true));
+    return Expect(')');
+  }
+
+  bool ParseInsert(Statement* st) {
+    if (Peek() == '(') {
+      ++p_;
+      do {
+        std::string col;
+        if (!ParseName(&col, "column name")) return false;
+        st->columns.push_back(std::move(col));
+      } while (Peek() == ',' && (++p_, true));
+      if (!Expect(')')) return false;
+    }
+    if (!ExpectKeyword("VALUES") || !Expect('(')) return false;
+    do {
+      Value v;
+      if (!ParseValue(&v, Place::kList)) return false;
+      st->values.push_back(std::move(v));
+    } while (Peek() == ',' && (++p_, true));
+    if (!Expect(')')) return false;
+    if (!st->columns.empty() && st->columns.size() != st->values.size()) {
+      return Fail("the number of values differs from the number of columns");
+    }
+    return true;
+  }
+
+  bool ParseUpdate(Statement* st) {
+    if (!ExpectKeyword("SET")) return false;
+    do {
+      std::string col;
+      Value v;
+      if (!ParseName(&col, "column name") || !Expect('=') || !ParseValue(&v, Place::kSet)) return false;
+      st->columns.push_back(std::move(col));
+      st->values.push_back(std::move(v));
+    } while (Peek() == ',' && (++p_, true));
+    if (Keyword("WHERE")) {
+      st->where = ParseOr();
+      if (!st->where) return false;
+    }
+    return true;
+  }
+
+  // 'text' with '' for a quote; "text" likewise with "".
+  bool ParseQuoted(std::string* out) {
+    char q = s_[p_];
+    std::size_t i = p_ + 1;
+    out->clear();
+    while (true) {
+      if (i >= s_.size()) return Fail("unterminated quoted text");
+      if (s_[i] == q) {
+        if (i + 1 < s_.size() && s_[i + 1] == q) {
+          out->push_back(q);
+          i += 2;
+          continue;
+        }
+        break;
+      }
+      out->push_back(s_[i++]);
+    }
+    p_ = i + 1;
+    return true;
+  }
+
+  // Where a value stands decides where a bare word ends: in a VALUES list at the next ','
+  // or ')' (so a space inside is an error: the value needed quotes), after SET at the next
+  // space, ',' or ')'; in a condition bare words are column names, not values.
+  enum class Place { kList, kSet, kCondition };
+
+  // A value: quoted text, a number, NULL, ? or a bare word (taken as text).
+  bool ParseValue(Value* v, Place place) {
+    char c = Peek();
+    if (c == '\'' || c == '"') {
+      v->kind = Value::Kind::kText;
+      if (!ParseQuoted(&v->text)) return false;
+      char next = Peek();
+      if (place == Place::kList && next != ',' && next != ')') {
+        return Fail("expected ',' or ')' after quoted text");
+      }
+      return true;
+    }
+    if (c == '?') {
+      ++p_;
+      v->kind = Value::Kind::kParameter;
+      v->parameter = parameters_++;
+      return true;
+    }
+    std::size_t start = p_;
+    std::size_t end = start;
+    if (place == Place::kList) {
+      while (end < s_.size() && s_[end] != ',' && s_[end] != ')') ++end;
+      while (end > start && IsSpace(s_[end - 1])) --end;
+    } else if (place == Place::kSet) {
+      while (end < s_.size() && s_[end] != ',' && s_[end] != ')' && !IsSpace(s_[end])) ++end;
+    }
+    if (place != Place::kCondition) {
+      std::string_view word = s_.substr(start, end - start);
+      if (word.empty()) return Fail("expected a value");
+      for (std::size_t i = 0; i < word.size(); ++i) {
+        char w = word[i];
+        if (IsSpace(w) || w == '\'' || w == '"' || w == '(' || w == ';') {
+          p_ = start + i;
+          return Fail(IsSpace(w) ? "a value with spaces must be quoted"
+                                 : "a value with quotes, '(' or ';' must be quoted");
+        }
+      }
+      p_ = end;
+      SetWordValue(word, v);
+      return true;
+    }
+    if (Keyword("NULL")) {
+      v->kind = Value::Kind::kNull;
+      return true;
+    }
+    if (c == '-' || c == '+' || c == '.' || IsDigit(c)) {
+      ++end;
+      while (end < s_.size() &&
+             (IsDigit(s_[end]) || s_[end] == '.' || s_[end] == 'e' || s_[end] == 'E' ||
+              ((s_[end] == '-' || s_[end] == '+') && (s_[end - 1] == 'e' || s_[end - 1] == 'E')))) {
+        ++end;
+      }
+      std::string_view digits = s_.substr(start, end - start);
+      const char* b = digits.data() + (digits[0] == '+' ? 1 : 0);
+      double d;
+      auto res = std::from_chars(b, digits.data() + digits.size(), d);
+      if (res.ec != std::errc() || res.ptr != digits.data() + digits.size()) {
+        return Fail("bad number");
+      }
+      v->kind = Value::Kind::kNumber;
+      v->number = d;
+      v->text = std::string(digits);
+      p_ = end;
+      return true;
+    }
+    return Fail("expected a value");
+  }
+
+  static void SetWordValue(std::string_view word, Value* v) {
+    double d;
+    if (word.size() == 4 && Upper(word[0]) == 'N' && Upper(word[1]) == 'U' && Upper(word[2]) == 'L' &&
+        Upper(word[3]) == 'L') {
+      v->kind = Value::Kind::kNull;
+    } else if (IsCanonicalNumber(word, &d)) {
+      v->kind = Value::Kind::kNumber;
+      v->number = d;
+      v->text = std::string(word);
+    } else {
+      v->kind = Value::Kind::kText;
+      v->text = std::string(word);
+    }
+  }
+
+  std::unique_ptr<Condition> ParseOr() {
+    auto left = ParseAnd();
+    while (left && Keyword("OR")) {
+      auto right = ParseAnd();
+      if (!right) return nullptr;
+      auto node = std::make_unique<Condition>();
+      node->kind = Condition::Kind::kOr;
+      node->a = std::move(left);
+      node->b = std::move(right);
+      left = std::move(node);
+    }
+    return left;
+  }
+  std::unique_ptr<Condition> ParseAnd() {
+    auto left = ParseNot();
+    while (left && Keyword("AND")) {
+      auto right = ParseNot();
+      if (!right) return nullptr;
+      auto node = std::make_unique<Condition>();
+      node->kind = Condition::Kind::kAnd;
+      node->a = std::move(left);
+      node->b = std::move(right);
+      left = std::move(node);
+    }
+    return left;
+  }
+  std::unique_ptr<Condition> ParseNot() {
+    if (++depth_ > 200) {
+      Fail("conditions nested too deeply");
+      return nullptr;
+    }
+    std::unique_ptr<Condition> result;
+    if (Keyword("NOT")) {
+      auto inner = ParseNot();
+      if (inner) {
+        result = std::make_unique<Condition>();
+        result->kind = Condition::Kind::kNot;
+        result->a = std::move(inner);
+      }
+    } else if (Peek() == '(') {
+      ++p_;
+      result = ParseOr();
+      if (result && !Expect(')')) result.reset();
+    } else {
+      result = ParseComparison();
+    }
+    --depth_;
+    return result;
+  }
+
+  bool ParseOperand(Condition::Operand* o) {
+    char c = Peek();
+    std::size_t save = p_;
+    if (Keyword("NULL")) {
+      p_ = save;
+    } else if (c == '[' || c == '`' || (IsNameChar(c) && !IsDigit(c))) {
+      o->isColumn = true;
+      return ParseName(&o->column, "column name");
+    }
+    return ParseValue(&o->value, Place::kCondition);
+  }
+
+  std::unique_ptr<Condition> ParseComparison() {
+    auto node = std::make_unique<Condition>();
+    if (!ParseOperand(&node->lhs)) return nullptr;
+    if (Keyword("IS")) {
+      node->kind = Keyword("NOT") ? Condition::Kind::kIsNotNull : Condition::Kind::kIsNull;
+      if (!ExpectKeyword("NULL")) return nullptr;
+      return node;
+    }
+    Skip();
+    std::string_view rest = s_.substr(p_);
+    auto starts = [&](std::string_view op) { return rest.substr(0, op.size()) == op; };
+    if (starts("<>") || starts("!=")) {
+      node->op = Condition::Op::kNe, p_ += 2;
+    } else if (starts("<=")) {
+      node->op = Condition::Op::kLe, p_ += 2;
+    } else if (starts(">=")) {
+      node->op = Condition::Op::kGe, p_ += 2;
+    } else if (starts("=")) {
+      node->op = Condition::Op::kEq, p_ += 1;
+    } else if (starts("<")) {
+      node->op = Condition::Op::kLt, p_ += 1;
+    } else if (starts(">")) {
+      node->op = Condition::Op::kGt, p_ += 1;
+    } else {
+      Fail("expected a comparison (=, <>, <, <=, >, >=, IS NULL)");
+      return nullptr;
+    }
+    if (!ParseOperand(&node->rhs)) return nullptr;
+    return node;
+  }
+
+  std::string_view s_;
+  std::size_t p_ = 0;
+  int parameters_ = 0;
+  int depth_ = 0;
+  Error error_;
+};
+
+// "A1" -> row 0, column 0; false past IV65536.
+bool ParseCell(std::string_view t, int* row, int* col) {
+  std::size_t i = 0;
+  int c = 0;
+  while (i < t.size() && IsAlpha(t[i]) && i < 3) c = c * 26 + (Upper(t[i++]) - 'A' + 1);
+  if (i == 0 || i == t.size()) return false;
+  long r = 0;
+  std::size_t digits = i;
+  while (i < t.size() && IsDigit(t[i]) && i - digits < 6) r = r * 10 + (t[i++] - '0');
+  if (i != t.size() || r < 1 || r > xls::kMaxRows || c > xls::kMaxColumns) return false;
+  *row = static_cast<int>(r - 1);
+  *col = c - 1;
+  return true;
+}
+
+}  // namespace
+
+bool ParseCellRange(std::string_view text, CellRange* out) {
+  std::size_t colon = text.find(':');
+  int r1, c1, r2, c2;
+  if (colon == std::string_view::npos) {
+    if (!ParseCell(text, &r1, &c1)) return false;
+    r2 = r1, c2 = c1;
+  } else if (!ParseCell(text.substr(0, colon), &r1, &c1) ||
+             !ParseCell(text.substr(colon + 1), &r2, &c2)) {
+    return false;
+  }
+  out->top = std::min(r1, r2);
+  out->bottom = std::max(r1, r2);
+  out->left = std::min(c1, c2);
+  out->right = std::max(c1, c2);
+  return true;
+}
+
+bool ParseTableName(std::string_view name, TableRef* out) {
+  std::size_t dollar = name.rfind('$');
+  out->hasRange = false;
+  if (dollar == std::string_view::npos) {
+    out->sheet = std::string(name);
+  } else if (dollar + 1 == name.size()) {
+    out->sheet = std::string(name.substr(0, dollar));
+  } else if (ParseCellRange(name.substr(dollar + 1), &out->range)) {
+    out->sheet = std::string(name.substr(0, dollar));
+    out->hasRange = true;
+  } else {
+    return false;
+  }
+  return !out->sheet.empty();
+}
+
+bool IsCanonicalNumber(std::string_view text, double* value) {
+  if (text.empty() || text.size() > 40) return false;
+  double d;
+  auto res = std::from_chars(text.data(), text.data() + text.size(), d);
+  if (res.ec != std::errc() || res.ptr != text.data() + text.size()) return false;
+  if (FormatNumber(d) != text) return false;
+  *value = d;
+  return true;
+}
+
+Error ParseSql(std::string_view sql, Statement* out) {
+  *out = Statement();
+  return Parser(sql).Parse(out);
+}
+
+}  // namespace xlsodbc

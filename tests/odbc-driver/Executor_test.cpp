@@ -1,0 +1,255 @@
+// Statement semantics on an in-memory workbook: where CREATE puts the header, where INSERT
+// puts a row, what SELECT returns, what UPDATE and DROP change.
+#include <gtest/gtest.h>
+
+#include "odbc-driver/Executor.h"
+
+namespace xlsodbc {
+namespace {
+
+class ExecutorTest : public ::testing::Test {
+ protected:
+  Error Run(const std::string& sql, Outcome* out = nullptr) {
+    Statement st;
+    Error e = ParseSql(sql, &st);
+    if (!e.ok()) return e;
+    Outcome local;
+    ExecOptions o;
+    o.parameters = &params_;
+    return Execute(st, o, &book_, out ? out : &local);
+  }
+  void Ok(const std::string& sql) {
+    Error e = Run(sql);
+    ASSERT_TRUE(e.ok()) << sql << ": " << e.message();
+  }
+  // Rows of a SELECT as text, "NULL" for NULL, the header first.
+  std::vector<std::vector<std::string>> Select(const std::string& sql) {
+    Outcome out;
+    Error e = Run(sql, &out);
+    EXPECT_TRUE(e.ok()) << sql << ": " << e.message();
+    std::vector<std::vector<std::string>> rows;
+    if (!out.result) return rows;
+    std::vector<std::string> header;
+    for (const auto& c : out.result->columns()) header.push_back(c.name);
+    rows.push_back(header);
+    for (long r = 0; r < out.result->rowCount(); ++r) {
+      std::vector<std::string> row;
+      std::string v;
+      for (std::size_t c = 0; c < header.size(); ++c) {
+        row.push_back(out.result->value(r, static_cast<int>(c), &v) ? v : "NULL");
+      }
+      rows.push_back(row);
+    }
+    return rows;
+  }
+  std::string CellAt(const char* sheet, int row, int col) {
+    const xls::Sheet* s = book_->findSheet(sheet);
+    if (!s) return "<no sheet>";
+    const xls::Cell& c = s->at(row, col);
+    if (c.type == xls::CellType::kText) return c.text;
+    if (c.type == xls::CellType::kNumber) return "#" + std::to_string(c.number);
+    return c.isEmpty() ? "" : "?";
+  }
+
+  std::shared_ptr<xls::Workbook> book_ = std::make_shared<xls::Workbook>();
+  std::vector<Value> params_;
+};
+
+using Rows = std::vector<std::vector<std::string>>;
+
+// What the spreadsheet library does on a new workbook: load, create, then add rows.
+TEST_F(ExecutorTest, LibraryLifecycle) {
+  EXPECT_EQ(Run("SELECT * FROM [Sheet1$A1:IV65536]").kind(), ErrorKind::kTableNotFound);
+  Ok("CREATE TABLE [Sheet1] ([Name] char(255), [Qty] char(255))");
+  EXPECT_EQ(CellAt("Sheet1", 0, 0), "Name");
+  EXPECT_EQ(CellAt("Sheet1", 0, 1), "Qty");
+  // The sheet is present now: the library declares the table again over A4:IV65536.
+  Ok("CREATE TABLE [Sheet1$A4:IV65536] ([Name] char(255), [Qty] char(255))");
+  EXPECT_EQ(CellAt("Sheet1", 3, 0), "");  // nothing written among the records
+  Ok("INSERT INTO [Sheet1$A4:X4] VALUES ('abc', '10')");
+  Ok("INSERT INTO [Sheet1$A5:X5] VALUES ('d e', '')");
+  EXPECT_EQ(CellAt("Sheet1", 1, 0), "abc");
+  EXPECT_EQ(CellAt("Sheet1", 1, 1), "10");  // quoted: text
+  EXPECT_EQ(Select("SELECT * FROM [Sheet1$A1:IV65536]"),
+            (Rows{{"Name", "Qty"}, {"abc", "10"}, {"d e", ""}}));
+  Ok("UPDATE [Sheet1] SET [Qty]='11' WHERE ([Name]='abc' )");
+  EXPECT_EQ(Select("SELECT [Qty] FROM [Sheet1$]"), (Rows{{"Qty"}, {"11"}, {""}}));
+  Ok("DROP TABLE [Sheet1$A1:IV65536]");
+  EXPECT_EQ(Select("SELECT * FROM [Sheet1$A1:IV65536]"), (Rows{{}}));
+  ASSERT_NE(book_->findSheet("Sheet1"), nullptr);  // the sheet stays
+}
+
+TEST_F(ExecutorTest, SingleRowCommitForm) {
+  Ok("CREATE TABLE [Sheet1$A2:IV65536] ([Name] char(255), [Qty] char(255))");
+  EXPECT_EQ(CellAt("Sheet1", 1, 0), "Name");  // a new sheet: header at the region's corner
+  Ok("INSERT INTO [Sheet1$A3:IV1] VALUES (abc, 10)");
+  EXPECT_EQ(CellAt("Sheet1", 2, 0), "abc");
+  EXPECT_EQ(CellAt("Sheet1", 2, 1), "#10.000000");  // a bare number is stored as a number
+  EXPECT_EQ(Select("SELECT * FROM [Sheet1$A2:IV65536]"), (Rows{{"Name", "Qty"}, {"abc", "10"}}));
+}
+
+TEST_F(ExecutorTest, CreateOnExistingTables) {
+  Ok("CREATE TABLE [T] ([a] char(255), [b] char(255))");
+  struct Case {
+    const char* sql;
+    ErrorKind expected;
+  } cases[] = {
+      {"CREATE TABLE [T] ([a] char(255), [b] char(255))", ErrorKind::kNone},  // same header
+      {"CREATE TABLE [T$] ([a] text, [b] text)", ErrorKind::kNone},
+      {"CREATE TABLE [T] ([a] char(255))", ErrorKind::kTableExists},
+      {"CREATE TABLE [T] ([b] char(255), [a] char(255))", ErrorKind::kTableExists},
+      {"CREATE TABLE [T$A1:IV65536] ([a] char(255), [c] char(255))", ErrorKind::kTableExists},
+      {"CREATE TABLE [T] ([x] char(255), [X] char(255))", ErrorKind::kInvalidValue},
+      {"CREATE TABLE [Bad:Name] ([x] char(255))", ErrorKind::kInvalidValue},
+      {"CREATE TABLE [U$IV1] ([x] char(255), [y] char(255))", ErrorKind::kValueCount},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Run(c.sql).kind(), c.expected) << c.sql;
+  EXPECT_EQ(book_->sheets().size(), 1u);
+  // An empty region with nothing above it in its columns is a new table beside the first.
+  Ok("CREATE TABLE [T$E3:G9] ([x] char(255))");
+  EXPECT_EQ(CellAt("T", 2, 4), "x");
+  // An existing empty sheet gets the header at the region's corner.
+  Ok("DROP TABLE [T]");
+  Ok("CREATE TABLE [T$B2:IV65536] ([p] char(255))");
+  EXPECT_EQ(CellAt("T", 1, 1), "p");
+}
+
+TEST_F(ExecutorTest, InsertGoesBelowTheLastRowOfItsColumns) {
+  Ok("CREATE TABLE [S] ([a] char(255), [b] char(255))");
+  Ok("INSERT INTO [S] VALUES ('1', '2')");
+  Ok("INSERT INTO [S] ([b]) VALUES ('only b')");
+  Ok("INSERT INTO [S$A1:B1] ([B], [A]) VALUES ('y', 'x')");  // names ignore case
+  EXPECT_EQ(Select("SELECT * FROM [S]"),
+            (Rows{{"a", "b"}, {"1", "2"}, {"NULL", "only b"}, {"x", "y"}}));
+  struct Case {
+    const char* sql;
+    ErrorKind expected;
+  } errors[] = {
+      {"INSERT INTO [S] VALUES ('1', '2', '3')", ErrorKind::kValueCount},
+      {"INSERT INTO [S$A1:B1] VALUES (1, 2, 3)", ErrorKind::kValueCount},
+      {"INSERT INTO [S] ([nope]) VALUES ('1')", ErrorKind::kColumnNotFound},
+      {"INSERT INTO [Missing$A1:B1] VALUES ('1')", ErrorKind::kTableNotFound},
+      {"INSERT INTO [S] VALUES (?)", ErrorKind::kParameter},
+  };
+  for (const auto& c : errors) EXPECT_EQ(Run(c.sql).kind(), c.expected) << c.sql;
+  // A table beside it in other columns starts under its own header.
+  Ok("CREATE TABLE [S$D1:E1] ([c] char(255))");
+  Ok("INSERT INTO [S$D1:E1] VALUES (z)");
+  EXPECT_EQ(CellAt("S", 1, 3), "z");
+}
+
+TEST_F(ExecutorTest, InsertIntoAFullSheetFails) {
+  Ok("CREATE TABLE [S] ([a] char(255))");
+  book_->findSheet("S")->set(xls::kMaxRows - 1, 0, xls::Cell::Text("last"));
+  EXPECT_EQ(Run("INSERT INTO [S] VALUES (x)").kind(), ErrorKind::kValueCount);
+}
+
+TEST_F(ExecutorTest, SelectShapesAndTypes) {
+  xls::Sheet& s = book_->addSheet("Data");
+  s.set(2, 1, xls::Cell::Text("Name"));
+  s.set(2, 3, xls::Cell::Text("When"));  // C2 left blank: column F2
+  s.set(3, 1, xls::Cell::Number(0.1));
+  s.set(3, 2, xls::Cell::Boolean(true));
+  s.set(3, 3, xls::Cell::DateTime(45000.5));
+  s.set(5, 1, xls::Cell::Number(1e20));
+  s.set(5, 3, xls::Cell::Error(0x2A));
+  EXPECT_EQ(Select("SELECT * FROM [Data$]"),
+            (Rows{{"Name", "F2", "When"},
+                  {"0.1", "1", "2023-03-15 12:00:00"},
+                  {"NULL", "NULL", "NULL"},  // a blank row inside the data
+                  {"1e+20", "NULL", "#N/A"}}));
+  EXPECT_EQ(Select("SELECT * FROM [Data$B3:C4]"), (Rows{{"Name", "F2"}, {"0.1", "1"}}));
+  EXPECT_EQ(Select("SELECT * FROM [Data$D6:B3]"), Select("SELECT * FROM [Data$B3:D6]"));
+  EXPECT_EQ(Select("SELECT * FROM [Data$H1:K9]"), (Rows{{}}));  // nothing there: no columns
+  book_->addSheet("Empty");
+  EXPECT_EQ(Select("SELECT * FROM [Empty]"), (Rows{{}}));
+  EXPECT_EQ(Run("SELECT [Nope] FROM [Data$]").kind(), ErrorKind::kColumnNotFound);
+  Error missing = Run("SELECT * FROM [Sheet9$A1:IV65536]");
+  EXPECT_EQ(missing.kind(), ErrorKind::kTableNotFound);
+  EXPECT_NE(missing.message().find("'Sheet9'"), std::string::npos);
+}
+
+TEST_F(ExecutorTest, WhereComparesNumbersAsNumbersAndNullAsUnknown) {
+  Ok("CREATE TABLE [S] ([k] char(255), [v] char(255))");
+  Ok("INSERT INTO [S] VALUES (7, 'seven')");
+  Ok("INSERT INTO [S] VALUES ('10', 'ten')");
+  Ok("INSERT INTO [S] VALUES ('abc', NULL)");
+  Ok("INSERT INTO [S] VALUES (NULL, 'none')");
+  struct Case {
+    const char* where;
+    std::vector<std::string> values;
+  } cases[] = {
+      {"[k]='7'", {"seven"}},
+      {"k = 7", {"seven"}},
+      {"k > 8", {"ten", "NULL"}},  // '10' reads as a number; 'abc' compares as text
+      {"k > '8'", {"NULL"}},       // text against text: "10" < "8" < "abc"
+      {"k <> 'abc'", {"seven", "ten"}},
+      {"k IS NULL", {"none"}},
+      {"v IS NOT NULL AND (k = 7 OR k = 10)", {"seven", "ten"}},
+      {"NOT (k = 7)", {"ten", "NULL"}},
+      {"k = k", {"seven", "ten", "NULL"}},
+  };
+  for (const Case& c : cases) {
+    Rows rows = Select(std::string("SELECT [v] FROM [S] WHERE ") + c.where);
+    std::vector<std::string> got;
+    for (std::size_t i = 1; i < rows.size(); ++i) got.push_back(rows[i][0]);
+    EXPECT_EQ(got, c.values) << c.where;
+  }
+}
+
+TEST_F(ExecutorTest, UpdateCountsAndKeepsOthers) {
+  Ok("CREATE TABLE [S] ([K] char(255), [L] char(255), [M] char(255))");
+  Ok("INSERT INTO [S] VALUES ('7', '8', '9')");
+  Ok("INSERT INTO [S] VALUES ('7', '8', 'x')");
+  Ok("INSERT INTO [S] VALUES ('7', '0', 'y')");
+  Outcome out;
+  ASSERT_TRUE(Run("UPDATE [S] SET [K]='1', [L]='2' WHERE ([K]='7' AND [L]='8' )", &out).ok());
+  EXPECT_EQ(out.rowCount, 2);
+  EXPECT_EQ(Select("SELECT * FROM [S]"),
+            (Rows{{"K", "L", "M"}, {"1", "2", "9"}, {"1", "2", "x"}, {"7", "0", "y"}}));
+  ASSERT_TRUE(Run("UPDATE [S] SET [M]=NULL", &out).ok());
+  EXPECT_EQ(out.rowCount, 3);
+  ASSERT_TRUE(Run("UPDATE [S] SET [M]='z' WHERE K = 'none'", &out).ok());
+  EXPECT_EQ(out.rowCount, 0);
+  EXPECT_FALSE(out.changed);
+  EXPECT_EQ(Run("UPDATE [S] SET [Q]='1'").kind(), ErrorKind::kColumnNotFound);
+  EXPECT_EQ(Run("UPDATE [S] SET [K]='1' WHERE [Q]='1'").kind(), ErrorKind::kColumnNotFound);
+}
+
+TEST_F(ExecutorTest, DropClearsOnlyItsRegion) {
+  Ok("CREATE TABLE [S] ([a] char(255), [b] char(255), [c] char(255))");
+  Ok("INSERT INTO [S] VALUES (1, 2, 3)");
+  Outcome out;
+  ASSERT_TRUE(Run("DROP TABLE [S$B1:B5]", &out).ok());
+  EXPECT_EQ(out.rowCount, 2);
+  EXPECT_EQ(Select("SELECT * FROM [S$A1:C9]"), (Rows{{"a", "F2", "c"}, {"1", "NULL", "3"}}));
+  ASSERT_TRUE(Run("DROP TABLE [S$H1:H5]", &out).ok());
+  EXPECT_FALSE(out.changed);
+  EXPECT_EQ(Run("DROP TABLE [Other$A1:IV65536]").kind(), ErrorKind::kTableNotFound);
+}
+
+TEST_F(ExecutorTest, ParametersBindInOrder) {
+  Ok("CREATE TABLE [S] ([a] char(255), [b] char(255))");
+  params_ = {Value{Value::Kind::kText, "p", 0, 0}, Value{Value::Kind::kNumber, "", 2.5, 0}};
+  Ok("INSERT INTO [S] VALUES (?, ?)");
+  params_ = {Value{Value::Kind::kText, "q", 0, 0}, Value{Value::Kind::kText, "p", 0, 0}};
+  Ok("UPDATE [S] SET [a]=? WHERE [a]=?");
+  EXPECT_EQ(Select("SELECT * FROM [S]"), (Rows{{"a", "b"}, {"q", "2.5"}}));
+}
+
+// A result keeps the rows it was made from while later statements change the workbook.
+TEST_F(ExecutorTest, ResultsAreSnapshots) {
+  Ok("CREATE TABLE [S] ([a] char(255))");
+  Ok("INSERT INTO [S] VALUES (one)");
+  Outcome out;
+  ASSERT_TRUE(Run("SELECT * FROM [S]", &out).ok());
+  Ok("UPDATE [S] SET [a]='two'");
+  Ok("DROP TABLE [S]");
+  std::string v;
+  ASSERT_EQ(out.result->rowCount(), 1);
+  EXPECT_TRUE(out.result->value(0, 0, &v));
+  EXPECT_EQ(v, "one");
+}
+
+}  // namespace
+}  // namespace xlsodbc
