@@ -37,8 +37,10 @@ bool Like(const char* p, const char* s) {
       return false;
     }
     if (!*s) return false;
-    if (*p == '\\' && p[1]) ++p;
-    else if (*p == '_') continue;
+    if (*p == '\\' && p[1])
+      ++p;
+    else if (*p == '_')
+      continue;
     if (Lower(*p) != Lower(*s)) return false;
   }
   return *s == '\0';
@@ -76,8 +78,11 @@ SQLRETURN SQL_API SQLTables(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQ
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  auto result = std::make_unique<TextResult>(
-      Shape({{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"TABLE_TYPE", V}, {"REMARKS", V}}));
+  auto result = std::make_unique<TextResult>(Shape({{"TABLE_CAT", V},
+                                                    {"TABLE_SCHEM", V},
+                                                    {"TABLE_NAME", V},
+                                                    {"TABLE_TYPE", V},
+                                                    {"REMARKS", V}}));
   std::string typeList = InText(types, typesLength);
   if (InText(table, tableLength) == "" && typeList == "%") {
     result->addRow({std::nullopt, std::nullopt, std::nullopt, "SYSTEM TABLE", std::nullopt});
@@ -103,12 +108,24 @@ SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, S
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  auto result = std::make_unique<TextResult>(Shape(
-      {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"COLUMN_NAME", V},
-       {"DATA_TYPE", S}, {"TYPE_NAME", V}, {"COLUMN_SIZE", I}, {"BUFFER_LENGTH", I},
-       {"DECIMAL_DIGITS", S}, {"NUM_PREC_RADIX", S}, {"NULLABLE", S}, {"REMARKS", V},
-       {"COLUMN_DEF", V}, {"SQL_DATA_TYPE", S}, {"SQL_DATETIME_SUB", S},
-       {"CHAR_OCTET_LENGTH", I}, {"ORDINAL_POSITION", I}, {"IS_NULLABLE", V}}));
+  auto result = std::make_unique<TextResult>(Shape({{"TABLE_CAT", V},
+                                                    {"TABLE_SCHEM", V},
+                                                    {"TABLE_NAME", V},
+                                                    {"COLUMN_NAME", V},
+                                                    {"DATA_TYPE", S},
+                                                    {"TYPE_NAME", V},
+                                                    {"COLUMN_SIZE", I},
+                                                    {"BUFFER_LENGTH", I},
+                                                    {"DECIMAL_DIGITS", S},
+                                                    {"NUM_PREC_RADIX", S},
+                                                    {"NULLABLE", S},
+                                                    {"REMARKS", V},
+                                                    {"COLUMN_DEF", V},
+                                                    {"SQL_DATA_TYPE", S},
+                                                    {"SQL_DATETIME_SUB", S},
+                                                    {"CHAR_OCTET_LENGTH", I},
+                                                    {"ORDINAL_POSITION", I},
+                                                    {"IS_NULLABLE", V}}));
   std::shared_ptr<const xls::Workbook> book;
   Error e = stmt->dbc->db->Snapshot(&book);
   if (!e.ok()) return PostError(stmt, e);
@@ -117,7 +134,8 @@ SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, S
     if (!Matches(table, tableLength, name) && !Matches(table, tableLength, s.name())) continue;
     TableRef ref;
     ref.sheet = s.name();
-    std::vector<std::string> names = TableColumnNames(*book, ref, stmt->dbc->db->firstRowHasNames());
+    std::vector<std::string> names =
+        TableColumnNames(*book, ref, stmt->dbc->db->firstRowHasNames());
     for (std::size_t i = 0; i < names.size(); ++i) {
       if (!Matches(column, columnLength, names[i])) continue;
       result->addRow({std::nullopt, std::nullopt, name, names[i], std::to_string(SQL_VARCHAR),
@@ -134,13 +152,25 @@ SQLRETURN SQL_API SQLGetTypeInfo(SQLHSTMT handle, SQLSMALLINT type) {
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  auto result = std::make_unique<TextResult>(Shape(
-      {{"TYPE_NAME", V}, {"DATA_TYPE", S}, {"COLUMN_SIZE", I}, {"LITERAL_PREFIX", V},
-       {"LITERAL_SUFFIX", V}, {"CREATE_PARAMS", V}, {"NULLABLE", S}, {"CASE_SENSITIVE", S},
-       {"SEARCHABLE", S}, {"UNSIGNED_ATTRIBUTE", S}, {"FIXED_PREC_SCALE", S},
-       {"AUTO_UNIQUE_VALUE", S}, {"LOCAL_TYPE_NAME", V}, {"MINIMUM_SCALE", S},
-       {"MAXIMUM_SCALE", S}, {"SQL_DATA_TYPE", S}, {"SQL_DATETIME_SUB", S},
-       {"NUM_PREC_RADIX", I}, {"INTERVAL_PRECISION", S}}));
+  auto result = std::make_unique<TextResult>(Shape({{"TYPE_NAME", V},
+                                                    {"DATA_TYPE", S},
+                                                    {"COLUMN_SIZE", I},
+                                                    {"LITERAL_PREFIX", V},
+                                                    {"LITERAL_SUFFIX", V},
+                                                    {"CREATE_PARAMS", V},
+                                                    {"NULLABLE", S},
+                                                    {"CASE_SENSITIVE", S},
+                                                    {"SEARCHABLE", S},
+                                                    {"UNSIGNED_ATTRIBUTE", S},
+                                                    {"FIXED_PREC_SCALE", S},
+                                                    {"AUTO_UNIQUE_VALUE", S},
+                                                    {"LOCAL_TYPE_NAME", V},
+                                                    {"MINIMUM_SCALE", S},
+                                                    {"MAXIMUM_SCALE", S},
+                                                    {"SQL_DATA_TYPE", S},
+                                                    {"SQL_DATETIME_SUB", S},
+                                                    {"NUM_PREC_RADIX", I},
+                                                    {"INTERVAL_PRECISION", S}}));
   // Every column is text: cells come back as their text, whatever they hold.
   if (type == SQL_ALL_TYPES || type == SQL_VARCHAR) {
     result->addRow({"VARCHAR", std::to_string(SQL_VARCHAR), "255", "'", "'", "length",
@@ -153,61 +183,119 @@ SQLRETURN SQL_API SQLGetTypeInfo(SQLHSTMT handle, SQLSMALLINT type) {
 
 SQLRETURN SQL_API SQLPrimaryKeys(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
                                  SQLSMALLINT) {
-  return Empty(h, {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"COLUMN_NAME", V},
-                   {"KEY_SEQ", S}, {"PK_NAME", V}});
+  return Empty(h, {{"TABLE_CAT", V},
+                   {"TABLE_SCHEM", V},
+                   {"TABLE_NAME", V},
+                   {"COLUMN_NAME", V},
+                   {"KEY_SEQ", S},
+                   {"PK_NAME", V}});
 }
 
 SQLRETURN SQL_API SQLForeignKeys(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
-                                 SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
-                                 SQLSMALLINT) {
-  return Empty(h, {{"PKTABLE_CAT", V}, {"PKTABLE_SCHEM", V}, {"PKTABLE_NAME", V},
-                   {"PKCOLUMN_NAME", V}, {"FKTABLE_CAT", V}, {"FKTABLE_SCHEM", V},
-                   {"FKTABLE_NAME", V}, {"FKCOLUMN_NAME", V}, {"KEY_SEQ", S}, {"UPDATE_RULE", S},
-                   {"DELETE_RULE", S}, {"FK_NAME", V}, {"PK_NAME", V}, {"DEFERRABILITY", S}});
+                                 SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
+                                 SQLCHAR*, SQLSMALLINT) {
+  return Empty(h, {{"PKTABLE_CAT", V},
+                   {"PKTABLE_SCHEM", V},
+                   {"PKTABLE_NAME", V},
+                   {"PKCOLUMN_NAME", V},
+                   {"FKTABLE_CAT", V},
+                   {"FKTABLE_SCHEM", V},
+                   {"FKTABLE_NAME", V},
+                   {"FKCOLUMN_NAME", V},
+                   {"KEY_SEQ", S},
+                   {"UPDATE_RULE", S},
+                   {"DELETE_RULE", S},
+                   {"FK_NAME", V},
+                   {"PK_NAME", V},
+                   {"DEFERRABILITY", S}});
 }
 
 SQLRETURN SQL_API SQLStatistics(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
                                 SQLSMALLINT, SQLUSMALLINT, SQLUSMALLINT) {
-  return Empty(h, {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"NON_UNIQUE", S},
-                   {"INDEX_QUALIFIER", V}, {"INDEX_NAME", V}, {"TYPE", S},
-                   {"ORDINAL_POSITION", S}, {"COLUMN_NAME", V}, {"ASC_OR_DESC", V},
-                   {"CARDINALITY", I}, {"PAGES", I}, {"FILTER_CONDITION", V}});
+  return Empty(h, {{"TABLE_CAT", V},
+                   {"TABLE_SCHEM", V},
+                   {"TABLE_NAME", V},
+                   {"NON_UNIQUE", S},
+                   {"INDEX_QUALIFIER", V},
+                   {"INDEX_NAME", V},
+                   {"TYPE", S},
+                   {"ORDINAL_POSITION", S},
+                   {"COLUMN_NAME", V},
+                   {"ASC_OR_DESC", V},
+                   {"CARDINALITY", I},
+                   {"PAGES", I},
+                   {"FILTER_CONDITION", V}});
 }
 
 SQLRETURN SQL_API SQLSpecialColumns(SQLHSTMT h, SQLUSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
-                                    SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLUSMALLINT, SQLUSMALLINT) {
-  return Empty(h, {{"SCOPE", S}, {"COLUMN_NAME", V}, {"DATA_TYPE", S}, {"TYPE_NAME", V},
-                   {"COLUMN_SIZE", I}, {"BUFFER_LENGTH", I}, {"DECIMAL_DIGITS", S},
+                                    SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLUSMALLINT,
+                                    SQLUSMALLINT) {
+  return Empty(h, {{"SCOPE", S},
+                   {"COLUMN_NAME", V},
+                   {"DATA_TYPE", S},
+                   {"TYPE_NAME", V},
+                   {"COLUMN_SIZE", I},
+                   {"BUFFER_LENGTH", I},
+                   {"DECIMAL_DIGITS", S},
                    {"PSEUDO_COLUMN", S}});
 }
 
 SQLRETURN SQL_API SQLProcedures(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT, SQLCHAR*,
                                 SQLSMALLINT) {
-  return Empty(h, {{"PROCEDURE_CAT", V}, {"PROCEDURE_SCHEM", V}, {"PROCEDURE_NAME", V},
-                   {"NUM_INPUT_PARAMS", I}, {"NUM_OUTPUT_PARAMS", I}, {"NUM_RESULT_SETS", I},
-                   {"REMARKS", V}, {"PROCEDURE_TYPE", S}});
+  return Empty(h, {{"PROCEDURE_CAT", V},
+                   {"PROCEDURE_SCHEM", V},
+                   {"PROCEDURE_NAME", V},
+                   {"NUM_INPUT_PARAMS", I},
+                   {"NUM_OUTPUT_PARAMS", I},
+                   {"NUM_RESULT_SETS", I},
+                   {"REMARKS", V},
+                   {"PROCEDURE_TYPE", S}});
 }
 
 SQLRETURN SQL_API SQLProcedureColumns(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
                                       SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT) {
-  return Empty(h, {{"PROCEDURE_CAT", V}, {"PROCEDURE_SCHEM", V}, {"PROCEDURE_NAME", V},
-                   {"COLUMN_NAME", V}, {"COLUMN_TYPE", S}, {"DATA_TYPE", S}, {"TYPE_NAME", V},
-                   {"COLUMN_SIZE", I}, {"BUFFER_LENGTH", I}, {"DECIMAL_DIGITS", S},
-                   {"NUM_PREC_RADIX", S}, {"NULLABLE", S}, {"REMARKS", V}, {"COLUMN_DEF", V},
-                   {"SQL_DATA_TYPE", S}, {"SQL_DATETIME_SUB", S}, {"CHAR_OCTET_LENGTH", I},
-                   {"ORDINAL_POSITION", I}, {"IS_NULLABLE", V}});
+  return Empty(h, {{"PROCEDURE_CAT", V},
+                   {"PROCEDURE_SCHEM", V},
+                   {"PROCEDURE_NAME", V},
+                   {"COLUMN_NAME", V},
+                   {"COLUMN_TYPE", S},
+                   {"DATA_TYPE", S},
+                   {"TYPE_NAME", V},
+                   {"COLUMN_SIZE", I},
+                   {"BUFFER_LENGTH", I},
+                   {"DECIMAL_DIGITS", S},
+                   {"NUM_PREC_RADIX", S},
+                   {"NULLABLE", S},
+                   {"REMARKS", V},
+                   {"COLUMN_DEF", V},
+                   {"SQL_DATA_TYPE", S},
+                   {"SQL_DATETIME_SUB", S},
+                   {"CHAR_OCTET_LENGTH", I},
+                   {"ORDINAL_POSITION", I},
+                   {"IS_NULLABLE", V}});
 }
 
 SQLRETURN SQL_API SQLTablePrivileges(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
                                      SQLCHAR*, SQLSMALLINT) {
-  return Empty(h, {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"GRANTOR", V},
-                   {"GRANTEE", V}, {"PRIVILEGE", V}, {"IS_GRANTABLE", V}});
+  return Empty(h, {{"TABLE_CAT", V},
+                   {"TABLE_SCHEM", V},
+                   {"TABLE_NAME", V},
+                   {"GRANTOR", V},
+                   {"GRANTEE", V},
+                   {"PRIVILEGE", V},
+                   {"IS_GRANTABLE", V}});
 }
 
 SQLRETURN SQL_API SQLColumnPrivileges(SQLHSTMT h, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT,
                                       SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQLSMALLINT) {
-  return Empty(h, {{"TABLE_CAT", V}, {"TABLE_SCHEM", V}, {"TABLE_NAME", V}, {"COLUMN_NAME", V},
-                   {"GRANTOR", V}, {"GRANTEE", V}, {"PRIVILEGE", V}, {"IS_GRANTABLE", V}});
+  return Empty(h, {{"TABLE_CAT", V},
+                   {"TABLE_SCHEM", V},
+                   {"TABLE_NAME", V},
+                   {"COLUMN_NAME", V},
+                   {"GRANTOR", V},
+                   {"GRANTEE", V},
+                   {"PRIVILEGE", V},
+                   {"IS_GRANTABLE", V}});
 }
 
 }  // extern "C"

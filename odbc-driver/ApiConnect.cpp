@@ -85,8 +85,10 @@ SQLRETURN SQL_API SQLDisconnect(SQLHDBC handle) {
   Error e = dbc->db->Close();
   dbc->db.reset();
   if (!e.ok()) {
-    return PostWarning(dbc, "01002", "Disconnected, but the journal could not be folded into the "
-                                     "workbook (the next connection will): " + e.message());
+    return PostWarning(dbc, "01002",
+                       "Disconnected, but the journal could not be folded into the "
+                       "workbook (the next connection will): " +
+                           e.message());
   }
   return SQL_SUCCESS;
 }
@@ -124,12 +126,19 @@ SQLRETURN SQL_API SQLGetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER 
   ClearDiag(dbc);
   SQLULEN v = 0;
   switch (attr) {
-    case SQL_ATTR_AUTOCOMMIT: v = dbc->autocommit ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF; break;
-    case SQL_ATTR_ACCESS_MODE:
-      v = (dbc->db ? dbc->db->readOnly() : dbc->readOnlyAttr) ? SQL_MODE_READ_ONLY : SQL_MODE_READ_WRITE;
+    case SQL_ATTR_AUTOCOMMIT:
+      v = dbc->autocommit ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF;
       break;
-    case SQL_ATTR_CONNECTION_DEAD: v = dbc->db ? SQL_CD_FALSE : SQL_CD_TRUE; break;
-    case SQL_ATTR_TXN_ISOLATION: v = 0; break;
+    case SQL_ATTR_ACCESS_MODE:
+      v = (dbc->db ? dbc->db->readOnly() : dbc->readOnlyAttr) ? SQL_MODE_READ_ONLY
+                                                              : SQL_MODE_READ_WRITE;
+      break;
+    case SQL_ATTR_CONNECTION_DEAD:
+      v = dbc->db ? SQL_CD_FALSE : SQL_CD_TRUE;
+      break;
+    case SQL_ATTR_TXN_ISOLATION:
+      v = 0;
+      break;
     case SQL_ATTR_CURRENT_CATALOG: {
       std::string path = dbc->db ? dbc->db->path() : std::string();
       if (CopyOut(path, value, bufferLength, length)) {
@@ -158,8 +167,9 @@ SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT com
   bool changed = dbc->changedSinceEndTran;
   dbc->changedSinceEndTran = false;
   if (completion == SQL_ROLLBACK && changed) {
-    return PostWarning(dbc, "01000", "Changes are saved as each statement runs; "
-                                     "ROLLBACK did not undo them.");
+    return PostWarning(dbc, "01000",
+                       "Changes are saved as each statement runs; "
+                       "ROLLBACK did not undo them.");
   }
   return SQL_SUCCESS;
 }

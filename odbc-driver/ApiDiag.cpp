@@ -8,11 +8,16 @@ namespace {
 
 Handle* AnyHandle(SQLSMALLINT type, SQLHANDLE h) {
   switch (type) {
-    case SQL_HANDLE_ENV: return ToEnv(h);
-    case SQL_HANDLE_DBC: return ToDbc(h);
-    case SQL_HANDLE_STMT: return ToStmt(h);
-    case SQL_HANDLE_DESC: return FromHandle<Desc>(h, HandleKind::kDesc);
-    default: return nullptr;
+    case SQL_HANDLE_ENV:
+      return ToEnv(h);
+    case SQL_HANDLE_DBC:
+      return ToDbc(h);
+    case SQL_HANDLE_STMT:
+      return ToStmt(h);
+    case SQL_HANDLE_DESC:
+      return FromHandle<Desc>(h, HandleKind::kDesc);
+    default:
+      return nullptr;
   }
 }
 
@@ -30,7 +35,8 @@ SQLRETURN SQL_API SQLGetDiagRec(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT 
   const DiagRecord& d = h->diags[static_cast<std::size_t>(number - 1)];
   if (state) CopyOut(d.state, state, 6, nullptr);
   if (native) *native = d.native;
-  return CopyOut(d.message, message, messageMax, messageLength) ? SQL_SUCCESS_WITH_INFO : SQL_SUCCESS;
+  return CopyOut(d.message, message, messageMax, messageLength) ? SQL_SUCCESS_WITH_INFO
+                                                                : SQL_SUCCESS;
 }
 
 SQLRETURN SQL_API SQLGetDiagField(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT number,
@@ -67,8 +73,12 @@ SQLRETURN SQL_API SQLGetDiagField(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLIN
   const DiagRecord& d = h->diags[static_cast<std::size_t>(number - 1)];
   std::string text;
   switch (field) {
-    case SQL_DIAG_SQLSTATE: text = d.state; break;
-    case SQL_DIAG_MESSAGE_TEXT: text = d.message; break;
+    case SQL_DIAG_SQLSTATE:
+      text = d.state;
+      break;
+    case SQL_DIAG_MESSAGE_TEXT:
+      text = d.message;
+      break;
     case SQL_DIAG_CLASS_ORIGIN:
     case SQL_DIAG_SUBCLASS_ORIGIN:
       text = (d.state.compare(0, 2, "IM") == 0 || d.state.compare(0, 2, "HY") == 0 ||
@@ -78,7 +88,9 @@ SQLRETURN SQL_API SQLGetDiagField(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLIN
                  : "ISO 9075";
       break;
     case SQL_DIAG_CONNECTION_NAME:
-    case SQL_DIAG_SERVER_NAME: text = ""; break;
+    case SQL_DIAG_SERVER_NAME:
+      text = "";
+      break;
     case SQL_DIAG_NATIVE:
       if (info) *static_cast<SQLINTEGER*>(info) = d.native;
       return SQL_SUCCESS;
@@ -92,7 +104,7 @@ SQLRETURN SQL_API SQLGetDiagField(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLIN
       return SQL_ERROR;
   }
   return CopyOut(text, static_cast<SQLCHAR*>(info), infoMax, infoLength) ? SQL_SUCCESS_WITH_INFO
-                                                                          : SQL_SUCCESS;
+                                                                         : SQL_SUCCESS;
 }
 
 }  // extern "C"

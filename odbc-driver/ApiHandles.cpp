@@ -75,11 +75,19 @@ SQLRETURN SQL_API SQLFreeStmt(SQLHSTMT handle, SQLUSMALLINT option) {
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
   switch (option) {
-    case SQL_CLOSE: stmt->CloseCursor(); return SQL_SUCCESS;
-    case SQL_UNBIND: stmt->columns.clear(); return SQL_SUCCESS;
-    case SQL_RESET_PARAMS: stmt->params.clear(); return SQL_SUCCESS;
-    case SQL_DROP: return SQLFreeHandle(SQL_HANDLE_STMT, handle);
-    default: return PostError(stmt, "HY092", "Unknown SQLFreeStmt option.");
+    case SQL_CLOSE:
+      stmt->CloseCursor();
+      return SQL_SUCCESS;
+    case SQL_UNBIND:
+      stmt->columns.clear();
+      return SQL_SUCCESS;
+    case SQL_RESET_PARAMS:
+      stmt->params.clear();
+      return SQL_SUCCESS;
+    case SQL_DROP:
+      return SQLFreeHandle(SQL_HANDLE_STMT, handle);
+    default:
+      return PostError(stmt, "HY092", "Unknown SQLFreeStmt option.");
   }
 }
 
@@ -89,11 +97,17 @@ SQLRETURN SQL_API SQLSetEnvAttr(SQLHENV handle, SQLINTEGER attr, SQLPOINTER valu
   ClearDiag(env);
   auto v = static_cast<SQLINTEGER>(reinterpret_cast<SQLLEN>(value));
   switch (attr) {
-    case SQL_ATTR_ODBC_VERSION: env->odbcVersion = v; return SQL_SUCCESS;
-    case SQL_ATTR_OUTPUT_NTS: return v == SQL_TRUE ? SQL_SUCCESS : PostError(env, "HYC00", "Only NUL-terminated output strings.");
+    case SQL_ATTR_ODBC_VERSION:
+      env->odbcVersion = v;
+      return SQL_SUCCESS;
+    case SQL_ATTR_OUTPUT_NTS:
+      return v == SQL_TRUE ? SQL_SUCCESS
+                           : PostError(env, "HYC00", "Only NUL-terminated output strings.");
     case SQL_ATTR_CONNECTION_POOLING:
-    case SQL_ATTR_CP_MATCH: return SQL_SUCCESS;
-    default: return PostError(env, "HY092", "Unknown environment attribute " + std::to_string(attr) + ".");
+    case SQL_ATTR_CP_MATCH:
+      return SQL_SUCCESS;
+    default:
+      return PostError(env, "HY092", "Unknown environment attribute " + std::to_string(attr) + ".");
   }
 }
 
@@ -104,11 +118,20 @@ SQLRETURN SQL_API SQLGetEnvAttr(SQLHENV handle, SQLINTEGER attr, SQLPOINTER valu
   ClearDiag(env);
   SQLINTEGER v;
   switch (attr) {
-    case SQL_ATTR_ODBC_VERSION: v = env->odbcVersion; break;
-    case SQL_ATTR_OUTPUT_NTS: v = SQL_TRUE; break;
-    case SQL_ATTR_CONNECTION_POOLING: v = SQL_CP_OFF; break;
-    case SQL_ATTR_CP_MATCH: v = SQL_CP_STRICT_MATCH; break;
-    default: return PostError(env, "HY092", "Unknown environment attribute " + std::to_string(attr) + ".");
+    case SQL_ATTR_ODBC_VERSION:
+      v = env->odbcVersion;
+      break;
+    case SQL_ATTR_OUTPUT_NTS:
+      v = SQL_TRUE;
+      break;
+    case SQL_ATTR_CONNECTION_POOLING:
+      v = SQL_CP_OFF;
+      break;
+    case SQL_ATTR_CP_MATCH:
+      v = SQL_CP_STRICT_MATCH;
+      break;
+    default:
+      return PostError(env, "HY092", "Unknown environment attribute " + std::to_string(attr) + ".");
   }
   if (value) *static_cast<SQLINTEGER*>(value) = v;
   if (length) *length = sizeof v;

@@ -13,25 +13,25 @@ namespace {
 // function that SQLGetFunctions denies, so this list and the exports must agree; a test
 // checks them against each other.
 const SQLUSMALLINT kFunctions[] = {
-    SQL_API_SQLALLOCHANDLE,      SQL_API_SQLFREEHANDLE,     SQL_API_SQLFREESTMT,
-    SQL_API_SQLSETENVATTR,       SQL_API_SQLGETENVATTR,     SQL_API_SQLCONNECT,
-    SQL_API_SQLDRIVERCONNECT,    SQL_API_SQLBROWSECONNECT,  SQL_API_SQLDISCONNECT,
-    SQL_API_SQLSETCONNECTATTR,   SQL_API_SQLGETCONNECTATTR, SQL_API_SQLENDTRAN,
-    SQL_API_SQLNATIVESQL,        SQL_API_SQLPREPARE,        SQL_API_SQLEXECUTE,
-    SQL_API_SQLEXECDIRECT,       SQL_API_SQLNUMPARAMS,      SQL_API_SQLDESCRIBEPARAM,
-    SQL_API_SQLBINDPARAMETER,    SQL_API_SQLROWCOUNT,       SQL_API_SQLMORERESULTS,
-    SQL_API_SQLCANCEL,           SQL_API_SQLCLOSECURSOR,    SQL_API_SQLSETSTMTATTR,
-    SQL_API_SQLGETSTMTATTR,      SQL_API_SQLNUMRESULTCOLS,  SQL_API_SQLDESCRIBECOL,
-    SQL_API_SQLCOLATTRIBUTE,     SQL_API_SQLBINDCOL,        SQL_API_SQLFETCH,
-    SQL_API_SQLFETCHSCROLL,      SQL_API_SQLGETDATA,        SQL_API_SQLGETINFO,
-    SQL_API_SQLGETFUNCTIONS,     SQL_API_SQLGETTYPEINFO,    SQL_API_SQLTABLES,
-    SQL_API_SQLCOLUMNS,          SQL_API_SQLPRIMARYKEYS,    SQL_API_SQLFOREIGNKEYS,
-    SQL_API_SQLSTATISTICS,       SQL_API_SQLSPECIALCOLUMNS, SQL_API_SQLPROCEDURES,
+    SQL_API_SQLALLOCHANDLE,      SQL_API_SQLFREEHANDLE,      SQL_API_SQLFREESTMT,
+    SQL_API_SQLSETENVATTR,       SQL_API_SQLGETENVATTR,      SQL_API_SQLCONNECT,
+    SQL_API_SQLDRIVERCONNECT,    SQL_API_SQLBROWSECONNECT,   SQL_API_SQLDISCONNECT,
+    SQL_API_SQLSETCONNECTATTR,   SQL_API_SQLGETCONNECTATTR,  SQL_API_SQLENDTRAN,
+    SQL_API_SQLNATIVESQL,        SQL_API_SQLPREPARE,         SQL_API_SQLEXECUTE,
+    SQL_API_SQLEXECDIRECT,       SQL_API_SQLNUMPARAMS,       SQL_API_SQLDESCRIBEPARAM,
+    SQL_API_SQLBINDPARAMETER,    SQL_API_SQLROWCOUNT,        SQL_API_SQLMORERESULTS,
+    SQL_API_SQLCANCEL,           SQL_API_SQLCLOSECURSOR,     SQL_API_SQLSETSTMTATTR,
+    SQL_API_SQLGETSTMTATTR,      SQL_API_SQLNUMRESULTCOLS,   SQL_API_SQLDESCRIBECOL,
+    SQL_API_SQLCOLATTRIBUTE,     SQL_API_SQLBINDCOL,         SQL_API_SQLFETCH,
+    SQL_API_SQLFETCHSCROLL,      SQL_API_SQLGETDATA,         SQL_API_SQLGETINFO,
+    SQL_API_SQLGETFUNCTIONS,     SQL_API_SQLGETTYPEINFO,     SQL_API_SQLTABLES,
+    SQL_API_SQLCOLUMNS,          SQL_API_SQLPRIMARYKEYS,     SQL_API_SQLFOREIGNKEYS,
+    SQL_API_SQLSTATISTICS,       SQL_API_SQLSPECIALCOLUMNS,  SQL_API_SQLPROCEDURES,
     SQL_API_SQLPROCEDURECOLUMNS, SQL_API_SQLTABLEPRIVILEGES, SQL_API_SQLCOLUMNPRIVILEGES,
-    SQL_API_SQLGETDIAGREC,       SQL_API_SQLGETDIAGFIELD,   SQL_API_SQLSETPOS,
-    SQL_API_SQLBULKOPERATIONS,   SQL_API_SQLGETCURSORNAME,  SQL_API_SQLSETCURSORNAME,
-    SQL_API_SQLPARAMDATA,        SQL_API_SQLPUTDATA,        SQL_API_SQLCOPYDESC,
-    SQL_API_SQLGETDESCFIELD,     SQL_API_SQLGETDESCREC,     SQL_API_SQLSETDESCFIELD,
+    SQL_API_SQLGETDIAGREC,       SQL_API_SQLGETDIAGFIELD,    SQL_API_SQLSETPOS,
+    SQL_API_SQLBULKOPERATIONS,   SQL_API_SQLGETCURSORNAME,   SQL_API_SQLSETCURSORNAME,
+    SQL_API_SQLPARAMDATA,        SQL_API_SQLPUTDATA,         SQL_API_SQLCOPYDESC,
+    SQL_API_SQLGETDESCFIELD,     SQL_API_SQLGETDESCREC,      SQL_API_SQLSETDESCFIELD,
     SQL_API_SQLSETDESCREC,
 };
 
@@ -49,60 +49,115 @@ struct InfoValue {
 };
 
 bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
-  auto text = [&](std::string s) { *v = InfoValue{InfoValue::kText, std::move(s), 0}; return true; };
-  auto u16 = [&](SQLUINTEGER n) { *v = InfoValue{InfoValue::kShort, {}, n}; return true; };
-  auto u32 = [&](SQLUINTEGER n) { *v = InfoValue{InfoValue::kInt, {}, n}; return true; };
+  auto text = [&](std::string s) {
+    *v = InfoValue{InfoValue::kText, std::move(s), 0};
+    return true;
+  };
+  auto u16 = [&](SQLUINTEGER n) {
+    *v = InfoValue{InfoValue::kShort, {}, n};
+    return true;
+  };
+  auto u32 = [&](SQLUINTEGER n) {
+    *v = InfoValue{InfoValue::kInt, {}, n};
+    return true;
+  };
   bool readOnly = dbc->db && dbc->db->readOnly();
   switch (type) {
-    case SQL_DRIVER_NAME: return text("libxlsodbc.so");
-    case SQL_DRIVER_VER: return text("00.01.0000");
-    case SQL_DRIVER_ODBC_VER: return text("03.00");
-    case SQL_ODBC_VER: return text("03.00");
-    case SQL_DBMS_NAME: return text("EXCEL");
-    case SQL_DBMS_VER: return text("8.0 (BIFF8)");
-    case SQL_DATA_SOURCE_NAME: return text(dbc->dsn);
-    case SQL_SERVER_NAME: return text("");
-    case SQL_DATABASE_NAME: return text(dbc->db ? dbc->db->path() : "");
-    case SQL_USER_NAME: return text("");
-    case SQL_DATA_SOURCE_READ_ONLY: return text(readOnly ? "Y" : "N");
-    case SQL_IDENTIFIER_QUOTE_CHAR: return text("`");
-    case SQL_SEARCH_PATTERN_ESCAPE: return text("\\");
-    case SQL_CATALOG_NAME_SEPARATOR: return text("");
-    case SQL_CATALOG_TERM: return text("");
-    case SQL_CATALOG_NAME: return text("N");
-    case SQL_SCHEMA_TERM: return text("");
-    case SQL_TABLE_TERM: return text("table");
-    case SQL_PROCEDURE_TERM: return text("");
-    case SQL_PROCEDURES: return text("N");
-    case SQL_ACCESSIBLE_TABLES: return text("Y");
-    case SQL_ACCESSIBLE_PROCEDURES: return text("N");
-    case SQL_COLUMN_ALIAS: return text("N");
-    case SQL_EXPRESSIONS_IN_ORDERBY: return text("N");
-    case SQL_LIKE_ESCAPE_CLAUSE: return text("N");
-    case SQL_MULT_RESULT_SETS: return text("N");
-    case SQL_MULTIPLE_ACTIVE_TXN: return text("Y");
-    case SQL_NEED_LONG_DATA_LEN: return text("N");
-    case SQL_ORDER_BY_COLUMNS_IN_SELECT: return text("N");
-    case SQL_OUTER_JOINS: return text("N");
-    case SQL_ROW_UPDATES: return text("N");
-    case SQL_SPECIAL_CHARACTERS: return text("$:");
-    case SQL_DESCRIBE_PARAMETER: return text("Y");
-    case SQL_INTEGRITY: return text("N");
-    case SQL_KEYWORDS: return text("");
-    case SQL_COLLATION_SEQ: return text("");
-    case SQL_MAX_ROW_SIZE_INCLUDES_LONG: return text("N");
-    case SQL_XOPEN_CLI_YEAR: return text("1995");
-    case SQL_DM_VER: return text("");
-    case SQL_TXN_CAPABLE: return u16(SQL_TC_NONE);
+    case SQL_DRIVER_NAME:
+      return text("libxlsodbc.so");
+    case SQL_DRIVER_VER:
+      return text("00.01.0000");
+    case SQL_DRIVER_ODBC_VER:
+      return text("03.00");
+    case SQL_ODBC_VER:
+      return text("03.00");
+    case SQL_DBMS_NAME:
+      return text("EXCEL");
+    case SQL_DBMS_VER:
+      return text("8.0 (BIFF8)");
+    case SQL_DATA_SOURCE_NAME:
+      return text(dbc->dsn);
+    case SQL_SERVER_NAME:
+      return text("");
+    case SQL_DATABASE_NAME:
+      return text(dbc->db ? dbc->db->path() : "");
+    case SQL_USER_NAME:
+      return text("");
+    case SQL_DATA_SOURCE_READ_ONLY:
+      return text(readOnly ? "Y" : "N");
+    case SQL_IDENTIFIER_QUOTE_CHAR:
+      return text("`");
+    case SQL_SEARCH_PATTERN_ESCAPE:
+      return text("\\");
+    case SQL_CATALOG_NAME_SEPARATOR:
+      return text("");
+    case SQL_CATALOG_TERM:
+      return text("");
+    case SQL_CATALOG_NAME:
+      return text("N");
+    case SQL_SCHEMA_TERM:
+      return text("");
+    case SQL_TABLE_TERM:
+      return text("table");
+    case SQL_PROCEDURE_TERM:
+      return text("");
+    case SQL_PROCEDURES:
+      return text("N");
+    case SQL_ACCESSIBLE_TABLES:
+      return text("Y");
+    case SQL_ACCESSIBLE_PROCEDURES:
+      return text("N");
+    case SQL_COLUMN_ALIAS:
+      return text("N");
+    case SQL_EXPRESSIONS_IN_ORDERBY:
+      return text("N");
+    case SQL_LIKE_ESCAPE_CLAUSE:
+      return text("N");
+    case SQL_MULT_RESULT_SETS:
+      return text("N");
+    case SQL_MULTIPLE_ACTIVE_TXN:
+      return text("Y");
+    case SQL_NEED_LONG_DATA_LEN:
+      return text("N");
+    case SQL_ORDER_BY_COLUMNS_IN_SELECT:
+      return text("N");
+    case SQL_OUTER_JOINS:
+      return text("N");
+    case SQL_ROW_UPDATES:
+      return text("N");
+    case SQL_SPECIAL_CHARACTERS:
+      return text("$:");
+    case SQL_DESCRIBE_PARAMETER:
+      return text("Y");
+    case SQL_INTEGRITY:
+      return text("N");
+    case SQL_KEYWORDS:
+      return text("");
+    case SQL_COLLATION_SEQ:
+      return text("");
+    case SQL_MAX_ROW_SIZE_INCLUDES_LONG:
+      return text("N");
+    case SQL_XOPEN_CLI_YEAR:
+      return text("1995");
+    case SQL_DM_VER:
+      return text("");
+    case SQL_TXN_CAPABLE:
+      return u16(SQL_TC_NONE);
     case SQL_CURSOR_COMMIT_BEHAVIOR:
-    case SQL_CURSOR_ROLLBACK_BEHAVIOR: return u16(SQL_CB_PRESERVE);
+    case SQL_CURSOR_ROLLBACK_BEHAVIOR:
+      return u16(SQL_CB_PRESERVE);
     case SQL_MAX_CONCURRENT_ACTIVITIES:
-    case SQL_MAX_DRIVER_CONNECTIONS: return u16(0);
-    case SQL_MAX_COLUMN_NAME_LEN: return u16(255);
-    case SQL_MAX_TABLE_NAME_LEN: return u16(64);
-    case SQL_MAX_IDENTIFIER_LEN: return u16(255);
+    case SQL_MAX_DRIVER_CONNECTIONS:
+      return u16(0);
+    case SQL_MAX_COLUMN_NAME_LEN:
+      return u16(255);
+    case SQL_MAX_TABLE_NAME_LEN:
+      return u16(64);
+    case SQL_MAX_IDENTIFIER_LEN:
+      return u16(255);
     case SQL_MAX_COLUMNS_IN_SELECT:
-    case SQL_MAX_COLUMNS_IN_TABLE: return u16(256);
+    case SQL_MAX_COLUMNS_IN_TABLE:
+      return u16(256);
     case SQL_MAX_CATALOG_NAME_LEN:
     case SQL_MAX_SCHEMA_NAME_LEN:
     case SQL_MAX_CURSOR_NAME_LEN:
@@ -111,22 +166,38 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_MAX_COLUMNS_IN_GROUP_BY:
     case SQL_MAX_COLUMNS_IN_INDEX:
     case SQL_MAX_COLUMNS_IN_ORDER_BY:
-    case SQL_MAX_TABLES_IN_SELECT: return u16(type == SQL_MAX_TABLES_IN_SELECT ? 1 : 0);
-    case SQL_IDENTIFIER_CASE: return u16(SQL_IC_MIXED);
-    case SQL_QUOTED_IDENTIFIER_CASE: return u16(SQL_IC_MIXED);
-    case SQL_NULL_COLLATION: return u16(SQL_NC_LOW);
-    case SQL_CONCAT_NULL_BEHAVIOR: return u16(SQL_CB_NULL);
-    case SQL_CORRELATION_NAME: return u16(SQL_CN_NONE);
-    case SQL_NON_NULLABLE_COLUMNS: return u16(SQL_NNC_NULL);
-    case SQL_GROUP_BY: return u16(SQL_GB_NOT_SUPPORTED);
-    case SQL_FILE_USAGE: return u16(SQL_FILE_CATALOG);
-    case SQL_ODBC_API_CONFORMANCE: return u16(SQL_OAC_LEVEL1);
-    case SQL_ODBC_SQL_CONFORMANCE: return u16(SQL_OSC_MINIMUM);
-    case SQL_TXN_ISOLATION_OPTION: return u32(0);
-    case SQL_DEFAULT_TXN_ISOLATION: return u32(0);
-    case SQL_GETDATA_EXTENSIONS: return u32(SQL_GD_ANY_COLUMN | SQL_GD_ANY_ORDER | SQL_GD_BOUND);
-    case SQL_SCROLL_OPTIONS: return u32(SQL_SO_FORWARD_ONLY);
-    case SQL_SCROLL_CONCURRENCY: return u32(SQL_SCCO_READ_ONLY);
+    case SQL_MAX_TABLES_IN_SELECT:
+      return u16(type == SQL_MAX_TABLES_IN_SELECT ? 1 : 0);
+    case SQL_IDENTIFIER_CASE:
+      return u16(SQL_IC_MIXED);
+    case SQL_QUOTED_IDENTIFIER_CASE:
+      return u16(SQL_IC_MIXED);
+    case SQL_NULL_COLLATION:
+      return u16(SQL_NC_LOW);
+    case SQL_CONCAT_NULL_BEHAVIOR:
+      return u16(SQL_CB_NULL);
+    case SQL_CORRELATION_NAME:
+      return u16(SQL_CN_NONE);
+    case SQL_NON_NULLABLE_COLUMNS:
+      return u16(SQL_NNC_NULL);
+    case SQL_GROUP_BY:
+      return u16(SQL_GB_NOT_SUPPORTED);
+    case SQL_FILE_USAGE:
+      return u16(SQL_FILE_CATALOG);
+    case SQL_ODBC_API_CONFORMANCE:
+      return u16(SQL_OAC_LEVEL1);
+    case SQL_ODBC_SQL_CONFORMANCE:
+      return u16(SQL_OSC_MINIMUM);
+    case SQL_TXN_ISOLATION_OPTION:
+      return u32(0);
+    case SQL_DEFAULT_TXN_ISOLATION:
+      return u32(0);
+    case SQL_GETDATA_EXTENSIONS:
+      return u32(SQL_GD_ANY_COLUMN | SQL_GD_ANY_ORDER | SQL_GD_BOUND);
+    case SQL_SCROLL_OPTIONS:
+      return u32(SQL_SO_FORWARD_ONLY);
+    case SQL_SCROLL_CONCURRENCY:
+      return u32(SQL_SCCO_READ_ONLY);
     case SQL_STATIC_SENSITIVITY:
     case SQL_POS_OPERATIONS:
     case SQL_POSITIONED_STATEMENTS:
@@ -168,15 +239,24 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_KEYSET_CURSOR_ATTRIBUTES1:
     case SQL_KEYSET_CURSOR_ATTRIBUTES2:
     case SQL_STATIC_CURSOR_ATTRIBUTES1:
-    case SQL_STATIC_CURSOR_ATTRIBUTES2: return u32(0);
-    case SQL_FORWARD_ONLY_CURSOR_ATTRIBUTES1: return u32(SQL_CA1_NEXT);
-    case SQL_FORWARD_ONLY_CURSOR_ATTRIBUTES2: return u32(SQL_CA2_READ_ONLY_CONCURRENCY | SQL_CA2_MAX_ROWS_SELECT);
-    case SQL_CREATE_TABLE: return u32(SQL_CT_CREATE_TABLE | SQL_CT_COLUMN_CONSTRAINT);
-    case SQL_DROP_TABLE: return u32(SQL_DT_DROP_TABLE);
-    case SQL_INSERT_STATEMENT: return u32(SQL_IS_INSERT_LITERALS);
-    case SQL_SQL_CONFORMANCE: return u32(SQL_SC_SQL92_ENTRY);
-    case SQL_ODBC_INTERFACE_CONFORMANCE: return u32(SQL_OIC_CORE);
-    case SQL_SQL92_PREDICATES: return u32(SQL_SP_COMPARISON | SQL_SP_ISNULL | SQL_SP_ISNOTNULL);
+    case SQL_STATIC_CURSOR_ATTRIBUTES2:
+      return u32(0);
+    case SQL_FORWARD_ONLY_CURSOR_ATTRIBUTES1:
+      return u32(SQL_CA1_NEXT);
+    case SQL_FORWARD_ONLY_CURSOR_ATTRIBUTES2:
+      return u32(SQL_CA2_READ_ONLY_CONCURRENCY | SQL_CA2_MAX_ROWS_SELECT);
+    case SQL_CREATE_TABLE:
+      return u32(SQL_CT_CREATE_TABLE | SQL_CT_COLUMN_CONSTRAINT);
+    case SQL_DROP_TABLE:
+      return u32(SQL_DT_DROP_TABLE);
+    case SQL_INSERT_STATEMENT:
+      return u32(SQL_IS_INSERT_LITERALS);
+    case SQL_SQL_CONFORMANCE:
+      return u32(SQL_SC_SQL92_ENTRY);
+    case SQL_ODBC_INTERFACE_CONFORMANCE:
+      return u32(SQL_OIC_CORE);
+    case SQL_SQL92_PREDICATES:
+      return u32(SQL_SP_COMPARISON | SQL_SP_ISNULL | SQL_SP_ISNOTNULL);
     case SQL_SQL92_RELATIONAL_JOIN_OPERATORS:
     case SQL_SQL92_STRING_FUNCTIONS:
     case SQL_SQL92_NUMERIC_VALUE_FUNCTIONS:
@@ -186,15 +266,18 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_SQL92_GRANT:
     case SQL_SQL92_REVOKE:
     case SQL_SQL92_FOREIGN_KEY_DELETE_RULE:
-    case SQL_SQL92_FOREIGN_KEY_UPDATE_RULE: return u32(0);
+    case SQL_SQL92_FOREIGN_KEY_UPDATE_RULE:
+      return u32(0);
     case SQL_CONVERT_CHAR:
     case SQL_CONVERT_VARCHAR:
     case SQL_CONVERT_LONGVARCHAR:
     case SQL_CONVERT_INTEGER:
     case SQL_CONVERT_SMALLINT:
     case SQL_CONVERT_DOUBLE:
-    case SQL_CONVERT_FLOAT: return u32(0);
-    default: return false;
+    case SQL_CONVERT_FLOAT:
+      return u32(0);
+    default:
+      return false;
   }
 }
 
@@ -236,7 +319,8 @@ SQLRETURN SQL_API SQLGetFunctions(SQLHDBC handle, SQLUSMALLINT id, SQLUSMALLINT*
   if (!supported) return PostError(dbc, "HY009", "No output buffer.");
   if (id == SQL_API_ODBC3_ALL_FUNCTIONS) {
     std::memset(supported, 0, sizeof(SQLUSMALLINT) * SQL_API_ODBC3_ALL_FUNCTIONS_SIZE);
-    for (SQLUSMALLINT f : kFunctions) supported[f >> 4] |= static_cast<SQLUSMALLINT>(1 << (f & 0xF));
+    for (SQLUSMALLINT f : kFunctions)
+      supported[f >> 4] |= static_cast<SQLUSMALLINT>(1 << (f & 0xF));
     return SQL_SUCCESS;
   }
   if (id == SQL_API_ALL_FUNCTIONS) {

@@ -32,11 +32,13 @@ SQLRETURN FillBound(Stmt* stmt) {
 }
 
 SQLRETURN Fetch(Stmt* stmt) {
-  if (!stmt->result) return PostError(stmt, "24000", "No result set: the statement returned no rows.");
+  if (!stmt->result)
+    return PostError(stmt, "24000", "No result set: the statement returned no rows.");
   stmt->dataColumn = -1;
   stmt->dataOffset = 0;
   long limit = stmt->result->rowCount();
-  if (stmt->maxRows > 0 && static_cast<long>(stmt->maxRows) < limit) limit = static_cast<long>(stmt->maxRows);
+  if (stmt->maxRows > 0 && static_cast<long>(stmt->maxRows) < limit)
+    limit = static_cast<long>(stmt->maxRows);
   if (stmt->row + 1 >= limit) {
     stmt->row = limit;
     if (stmt->rowsFetched) *stmt->rowsFetched = 0;
@@ -96,34 +98,65 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
   switch (field) {
     case SQL_DESC_NAME:
     case SQL_DESC_LABEL:
-    case SQL_DESC_BASE_COLUMN_NAME: s = c->name; break;
+    case SQL_DESC_BASE_COLUMN_NAME:
+      s = c->name;
+      break;
     case SQL_DESC_TABLE_NAME:
-    case SQL_DESC_BASE_TABLE_NAME: s = c->table; break;
-    case SQL_DESC_TYPE_NAME: s = c->sqlType == SQL_VARCHAR ? "VARCHAR" : (c->sqlType == SQL_SMALLINT ? "SMALLINT" : "INTEGER"); break;
+    case SQL_DESC_BASE_TABLE_NAME:
+      s = c->table;
+      break;
+    case SQL_DESC_TYPE_NAME:
+      s = c->sqlType == SQL_VARCHAR ? "VARCHAR"
+                                    : (c->sqlType == SQL_SMALLINT ? "SMALLINT" : "INTEGER");
+      break;
     case SQL_DESC_LITERAL_PREFIX:
-    case SQL_DESC_LITERAL_SUFFIX: s = c->sqlType == SQL_VARCHAR ? "'" : ""; break;
+    case SQL_DESC_LITERAL_SUFFIX:
+      s = c->sqlType == SQL_VARCHAR ? "'" : "";
+      break;
     case SQL_DESC_CATALOG_NAME:
     case SQL_DESC_SCHEMA_NAME:
-    case SQL_DESC_LOCAL_TYPE_NAME: s = ""; break;
+    case SQL_DESC_LOCAL_TYPE_NAME:
+      s = "";
+      break;
     default:
       isText = false;
       switch (field) {
         case SQL_DESC_TYPE:
-        case SQL_DESC_CONCISE_TYPE: n = c->sqlType; break;
+        case SQL_DESC_CONCISE_TYPE:
+          n = c->sqlType;
+          break;
         case SQL_DESC_LENGTH:
         case SQL_DESC_OCTET_LENGTH:
         case SQL_DESC_DISPLAY_SIZE:
         case SQL_DESC_PRECISION:
         case SQL_COLUMN_LENGTH:
-        case SQL_COLUMN_PRECISION: n = c->size; break;
-        case SQL_DESC_NULLABLE: n = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS; break;
-        case SQL_DESC_SEARCHABLE: n = SQL_PRED_SEARCHABLE; break;
-        case SQL_DESC_UPDATABLE: n = SQL_ATTR_READONLY; break;
-        case SQL_DESC_CASE_SENSITIVE: n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE; break;
-        case SQL_DESC_UNSIGNED: n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE; break;
-        case SQL_DESC_UNNAMED: n = SQL_NAMED; break;
-        case SQL_DESC_NUM_PREC_RADIX: n = c->sqlType == SQL_VARCHAR ? 0 : 10; break;
-        default: n = 0; break;  // scale, auto-unique, fixed precision...: none apply
+        case SQL_COLUMN_PRECISION:
+          n = c->size;
+          break;
+        case SQL_DESC_NULLABLE:
+          n = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS;
+          break;
+        case SQL_DESC_SEARCHABLE:
+          n = SQL_PRED_SEARCHABLE;
+          break;
+        case SQL_DESC_UPDATABLE:
+          n = SQL_ATTR_READONLY;
+          break;
+        case SQL_DESC_CASE_SENSITIVE:
+          n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE;
+          break;
+        case SQL_DESC_UNSIGNED:
+          n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE;
+          break;
+        case SQL_DESC_UNNAMED:
+          n = SQL_NAMED;
+          break;
+        case SQL_DESC_NUM_PREC_RADIX:
+          n = c->sqlType == SQL_VARCHAR ? 0 : 10;
+          break;
+        default:
+          n = 0;
+          break;  // scale, auto-unique, fixed precision...: none apply
       }
   }
   if (!isText) {

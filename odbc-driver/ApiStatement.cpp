@@ -144,9 +144,15 @@ SQLRETURN SQL_API SQLSetStmtAttr(SQLHSTMT handle, SQLINTEGER attr, SQLPOINTER va
   ClearDiag(stmt);
   auto v = static_cast<SQLULEN>(reinterpret_cast<SQLLEN>(value));
   switch (attr) {
-    case SQL_ATTR_ROWS_FETCHED_PTR: stmt->rowsFetched = static_cast<SQLULEN*>(value); return SQL_SUCCESS;
-    case SQL_ATTR_ROW_STATUS_PTR: stmt->rowStatus = static_cast<SQLUSMALLINT*>(value); return SQL_SUCCESS;
-    case SQL_ATTR_MAX_ROWS: stmt->maxRows = v; return SQL_SUCCESS;
+    case SQL_ATTR_ROWS_FETCHED_PTR:
+      stmt->rowsFetched = static_cast<SQLULEN*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_ROW_STATUS_PTR:
+      stmt->rowStatus = static_cast<SQLUSMALLINT*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_MAX_ROWS:
+      stmt->maxRows = v;
+      return SQL_SUCCESS;
     case SQL_ATTR_ROW_ARRAY_SIZE:
     case SQL_ATTR_PARAMSET_SIZE:
       if (v != 1) return PostWarning(stmt, "01S02", "Only one row at a time; value changed to 1.");
@@ -177,20 +183,38 @@ SQLRETURN SQL_API SQLGetStmtAttr(SQLHSTMT handle, SQLINTEGER attr, SQLPOINTER va
   ClearDiag(stmt);
   SQLPOINTER p = nullptr;
   switch (attr) {
-    case SQL_ATTR_APP_ROW_DESC: p = &stmt->ard; break;
-    case SQL_ATTR_APP_PARAM_DESC: p = &stmt->apd; break;
-    case SQL_ATTR_IMP_ROW_DESC: p = &stmt->ird; break;
-    case SQL_ATTR_IMP_PARAM_DESC: p = &stmt->ipd; break;
-    case SQL_ATTR_ROWS_FETCHED_PTR: p = stmt->rowsFetched; break;
-    case SQL_ATTR_ROW_STATUS_PTR: p = stmt->rowStatus; break;
+    case SQL_ATTR_APP_ROW_DESC:
+      p = &stmt->ard;
+      break;
+    case SQL_ATTR_APP_PARAM_DESC:
+      p = &stmt->apd;
+      break;
+    case SQL_ATTR_IMP_ROW_DESC:
+      p = &stmt->ird;
+      break;
+    case SQL_ATTR_IMP_PARAM_DESC:
+      p = &stmt->ipd;
+      break;
+    case SQL_ATTR_ROWS_FETCHED_PTR:
+      p = stmt->rowsFetched;
+      break;
+    case SQL_ATTR_ROW_STATUS_PTR:
+      p = stmt->rowStatus;
+      break;
     default: {
       SQLULEN v = 0;
-      if (attr == SQL_ATTR_ROW_ARRAY_SIZE || attr == SQL_ATTR_PARAMSET_SIZE) v = 1;
-      else if (attr == SQL_ATTR_MAX_ROWS) v = stmt->maxRows;
-      else if (attr == SQL_ATTR_CURSOR_TYPE) v = SQL_CURSOR_FORWARD_ONLY;
-      else if (attr == SQL_ATTR_CONCURRENCY) v = SQL_CONCUR_READ_ONLY;
-      else if (attr == SQL_ATTR_ROW_NUMBER) v = stmt->row >= 0 ? static_cast<SQLULEN>(stmt->row + 1) : 0;
-      else if (auto it = stmt->attrs.find(attr); it != stmt->attrs.end()) v = it->second;
+      if (attr == SQL_ATTR_ROW_ARRAY_SIZE || attr == SQL_ATTR_PARAMSET_SIZE)
+        v = 1;
+      else if (attr == SQL_ATTR_MAX_ROWS)
+        v = stmt->maxRows;
+      else if (attr == SQL_ATTR_CURSOR_TYPE)
+        v = SQL_CURSOR_FORWARD_ONLY;
+      else if (attr == SQL_ATTR_CONCURRENCY)
+        v = SQL_CONCUR_READ_ONLY;
+      else if (attr == SQL_ATTR_ROW_NUMBER)
+        v = stmt->row >= 0 ? static_cast<SQLULEN>(stmt->row + 1) : 0;
+      else if (auto it = stmt->attrs.find(attr); it != stmt->attrs.end())
+        v = it->second;
       if (value) *static_cast<SQLULEN*>(value) = v;
       if (length) *length = sizeof(SQLULEN);
       return SQL_SUCCESS;

@@ -87,13 +87,27 @@ bool CellText(const xls::Cell& cell, bool date1904, std::string* out) {
       return true;
     case xls::CellType::kError:
       switch (static_cast<int>(cell.number)) {
-        case 0x00: *out = "#NULL!"; break;
-        case 0x07: *out = "#DIV/0!"; break;
-        case 0x0F: *out = "#VALUE!"; break;
-        case 0x17: *out = "#REF!"; break;
-        case 0x1D: *out = "#NAME?"; break;
-        case 0x24: *out = "#NUM!"; break;
-        default: *out = "#N/A"; break;
+        case 0x00:
+          *out = "#NULL!";
+          break;
+        case 0x07:
+          *out = "#DIV/0!";
+          break;
+        case 0x0F:
+          *out = "#VALUE!";
+          break;
+        case 0x17:
+          *out = "#REF!";
+          break;
+        case 0x1D:
+          *out = "#NAME?";
+          break;
+        case 0x24:
+          *out = "#NUM!";
+          break;
+        default:
+          *out = "#N/A";
+          break;
       }
       return true;
   }

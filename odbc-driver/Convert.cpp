@@ -64,9 +64,13 @@ bool ParseTimestamp(const std::string& s, SQL_TIMESTAMP_STRUCT* ts) {
   int n = std::sscanf(s.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%c", &y, &mo, &d, &h, &mi, &se, &tail);
   if (n != 3 && n != 6) return false;
   if (mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || se > 59) return false;
-  *ts = SQL_TIMESTAMP_STRUCT{static_cast<SQLSMALLINT>(y), static_cast<SQLUSMALLINT>(mo),
-                             static_cast<SQLUSMALLINT>(d), static_cast<SQLUSMALLINT>(h),
-                             static_cast<SQLUSMALLINT>(mi), static_cast<SQLUSMALLINT>(se), 0};
+  *ts = SQL_TIMESTAMP_STRUCT{static_cast<SQLSMALLINT>(y),
+                             static_cast<SQLUSMALLINT>(mo),
+                             static_cast<SQLUSMALLINT>(d),
+                             static_cast<SQLUSMALLINT>(h),
+                             static_cast<SQLUSMALLINT>(mi),
+                             static_cast<SQLUSMALLINT>(se),
+                             0};
   return true;
 }
 
@@ -89,7 +93,8 @@ ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, S
   std::memcpy(buffer, bytes + *offset, n);
   std::memset(static_cast<char*>(buffer) + n, 0, term);
   *offset += n;
-  if (n < rest) return ConvertResult{SQL_SUCCESS_WITH_INFO, "01004", "String data, right truncated."};
+  if (n < rest)
+    return ConvertResult{SQL_SUCCESS_WITH_INFO, "01004", "String data, right truncated."};
   if (size == 0) *offset = 1;
   return ConvertResult{};
 }
@@ -196,19 +201,29 @@ ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER
   *offset = 1;
   switch (cType) {
     case SQL_C_LONG:
-    case SQL_C_SLONG: return PutInteger<SQLINTEGER>(*text, buffer, indicator);
-    case SQL_C_ULONG: return PutInteger<SQLUINTEGER>(*text, buffer, indicator);
+    case SQL_C_SLONG:
+      return PutInteger<SQLINTEGER>(*text, buffer, indicator);
+    case SQL_C_ULONG:
+      return PutInteger<SQLUINTEGER>(*text, buffer, indicator);
     case SQL_C_SHORT:
-    case SQL_C_SSHORT: return PutInteger<SQLSMALLINT>(*text, buffer, indicator);
-    case SQL_C_USHORT: return PutInteger<SQLUSMALLINT>(*text, buffer, indicator);
+    case SQL_C_SSHORT:
+      return PutInteger<SQLSMALLINT>(*text, buffer, indicator);
+    case SQL_C_USHORT:
+      return PutInteger<SQLUSMALLINT>(*text, buffer, indicator);
     case SQL_C_TINYINT:
-    case SQL_C_STINYINT: return PutInteger<SQLSCHAR>(*text, buffer, indicator);
+    case SQL_C_STINYINT:
+      return PutInteger<SQLSCHAR>(*text, buffer, indicator);
     case SQL_C_UTINYINT:
-    case SQL_C_BIT: return PutInteger<SQLCHAR>(*text, buffer, indicator);
-    case SQL_C_SBIGINT: return PutInteger<SQLBIGINT>(*text, buffer, indicator);
-    case SQL_C_UBIGINT: return PutInteger<SQLUBIGINT>(*text, buffer, indicator);
-    case SQL_C_DOUBLE: return PutFloat<SQLDOUBLE>(*text, buffer, indicator);
-    case SQL_C_FLOAT: return PutFloat<SQLREAL>(*text, buffer, indicator);
+    case SQL_C_BIT:
+      return PutInteger<SQLCHAR>(*text, buffer, indicator);
+    case SQL_C_SBIGINT:
+      return PutInteger<SQLBIGINT>(*text, buffer, indicator);
+    case SQL_C_UBIGINT:
+      return PutInteger<SQLUBIGINT>(*text, buffer, indicator);
+    case SQL_C_DOUBLE:
+      return PutFloat<SQLDOUBLE>(*text, buffer, indicator);
+    case SQL_C_FLOAT:
+      return PutFloat<SQLREAL>(*text, buffer, indicator);
     case SQL_C_TYPE_TIMESTAMP:
     case SQL_C_TIMESTAMP:
     case SQL_C_TYPE_DATE:
@@ -247,8 +262,10 @@ ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN buffer
     case SQL_C_DEFAULT:
     case SQL_C_BINARY: {
       const char* p = static_cast<const char*>(buffer);
-      std::size_t n = len == SQL_NTS ? std::strlen(p) : static_cast<std::size_t>(std::max<SQLLEN>(len, 0));
-      if (len == SQL_NTS && bufferLength > 0) n = std::min(n, static_cast<std::size_t>(bufferLength));
+      std::size_t n =
+          len == SQL_NTS ? std::strlen(p) : static_cast<std::size_t>(std::max<SQLLEN>(len, 0));
+      if (len == SQL_NTS && bufferLength > 0)
+        n = std::min(n, static_cast<std::size_t>(bufferLength));
       out->kind = Value::Kind::kText;
       out->text.assign(p, n);
       return ConvertResult{};
@@ -266,19 +283,29 @@ ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN buffer
       return ConvertResult{};
     }
     case SQL_C_LONG:
-    case SQL_C_SLONG: return number(*static_cast<SQLINTEGER*>(buffer));
-    case SQL_C_ULONG: return number(*static_cast<SQLUINTEGER*>(buffer));
+    case SQL_C_SLONG:
+      return number(*static_cast<SQLINTEGER*>(buffer));
+    case SQL_C_ULONG:
+      return number(*static_cast<SQLUINTEGER*>(buffer));
     case SQL_C_SHORT:
-    case SQL_C_SSHORT: return number(*static_cast<SQLSMALLINT*>(buffer));
-    case SQL_C_USHORT: return number(*static_cast<SQLUSMALLINT*>(buffer));
+    case SQL_C_SSHORT:
+      return number(*static_cast<SQLSMALLINT*>(buffer));
+    case SQL_C_USHORT:
+      return number(*static_cast<SQLUSMALLINT*>(buffer));
     case SQL_C_TINYINT:
-    case SQL_C_STINYINT: return number(*static_cast<SQLSCHAR*>(buffer));
+    case SQL_C_STINYINT:
+      return number(*static_cast<SQLSCHAR*>(buffer));
     case SQL_C_UTINYINT:
-    case SQL_C_BIT: return number(*static_cast<SQLCHAR*>(buffer));
-    case SQL_C_SBIGINT: return number(static_cast<double>(*static_cast<SQLBIGINT*>(buffer)));
-    case SQL_C_UBIGINT: return number(static_cast<double>(*static_cast<SQLUBIGINT*>(buffer)));
-    case SQL_C_DOUBLE: return number(*static_cast<SQLDOUBLE*>(buffer));
-    case SQL_C_FLOAT: return number(*static_cast<SQLREAL*>(buffer));
+    case SQL_C_BIT:
+      return number(*static_cast<SQLCHAR*>(buffer));
+    case SQL_C_SBIGINT:
+      return number(static_cast<double>(*static_cast<SQLBIGINT*>(buffer)));
+    case SQL_C_UBIGINT:
+      return number(static_cast<double>(*static_cast<SQLUBIGINT*>(buffer)));
+    case SQL_C_DOUBLE:
+      return number(*static_cast<SQLDOUBLE*>(buffer));
+    case SQL_C_FLOAT:
+      return number(*static_cast<SQLREAL*>(buffer));
     default:
       return Fail("HYC00", "Parameters of C type " + std::to_string(cType) + " are not supported.");
   }

@@ -22,7 +22,9 @@ FileId Unknown() {
 }
 
 void SleepMs(int ms) {
-  struct timespec ts {0, ms * 1000000L};
+  struct timespec ts {
+    0, ms * 1000000L
+  };
   nanosleep(&ts, nullptr);
 }
 
@@ -38,7 +40,8 @@ Database::~Database() {
 
 Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* out) {
   if (options.path.empty()) {
-    return Error(ErrorKind::kWorkbookMissing, "No workbook given: set DBQ to the path of an .xls file.");
+    return Error(ErrorKind::kWorkbookMissing,
+                 "No workbook given: set DBQ to the path of an .xls file.");
   }
   FileId id = StatPath(options.path);
   if (!id.exists && !options.create) {
@@ -65,11 +68,13 @@ Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* 
 }
 
 Error Database::Lock(bool exclusive, bool create) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.lockTimeoutMs);
+  auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.lockTimeoutMs);
   std::string path = journalPath();
   while (true) {
     if (journalFd_ < 0) {
-      int flags = (create ? (O_RDWR | O_CREAT) : (options_.readOnly ? O_RDONLY : O_RDWR)) | O_CLOEXEC;
+      int flags =
+          (create ? (O_RDWR | O_CREAT) : (options_.readOnly ? O_RDONLY : O_RDWR)) | O_CLOEXEC;
       journalFd_ = Sys().open(path.c_str(), flags, 0644);
       if (journalFd_ < 0 && !create && errno == EACCES) {
         journalFd_ = Sys().open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
@@ -122,9 +127,9 @@ Error Database::Refresh() {
       if (!e.ok()) return e;
       xls::Status s = xls::ReadWorkbookFromMemory(bytes.data(), bytes.size(), fresh.get());
       if (!s.ok()) {
-        return Error(ErrorKind::kWorkbookCorrupt, "'" + options_.path +
-                                                      "' is not a workbook this driver can read: " +
-                                                      s.ToString() + ".");
+        return Error(ErrorKind::kWorkbookCorrupt,
+                     "'" + options_.path +
+                         "' is not a workbook this driver can read: " + s.ToString() + ".");
       }
       hash = Fnv64(bytes.data(), bytes.size());
       id.size = bytes.size();
@@ -163,7 +168,7 @@ Error Database::ReplayJournal() {
     Statement st;
     Outcome ignored;
     ExecOptions o;
-    o.firstRowHasNames = options_.firstRowHasNames;
+    o.firstRowHasNames = r.firstRowHasNames;
     o.parameters = &r.parameters;
     // Each record ran without error against this very state when it was written.
     if (ParseSql(r.sql, &st).ok()) xlsodbc::Execute(st, o, &model_, &ignored);
@@ -196,7 +201,8 @@ Error Database::StartJournal() {
 }
 
 Error Database::Append(const std::string& sql, const std::vector<Value>& parameters) {
-  std::vector<std::uint8_t> rec = EncodeJournalRecord(JournalRecord{sql, parameters});
+  std::vector<std::uint8_t> rec =
+      EncodeJournalRecord(JournalRecord{options_.firstRowHasNames, sql, parameters});
   Error e = WriteAt(journalFd_, applied_, rec.data(), rec.size());
   if (e.ok() && Sys().fsync(journalFd_) != 0) {
     e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");

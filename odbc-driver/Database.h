@@ -65,9 +65,9 @@ class Database {
 
   DatabaseOptions options_;
   std::shared_ptr<xls::Workbook> model_;
-  FileId loaded_;              // the workbook file the model was read from
+  FileId loaded_;               // the workbook file the model was read from
   std::uint64_t baseHash_ = 0;  // FNV-1a of that file's bytes
-  int journalFd_ = -1;         // open and locked during a statement
+  int journalFd_ = -1;          // open and locked during a statement
   bool locked_ = false;
   std::uint64_t applied_ = 0;  // journal bytes already in the model (0: none read yet)
   bool closed_ = false;

@@ -4,20 +4,34 @@ namespace xlsodbc {
 
 const char* SqlStateOf(ErrorKind kind) {
   switch (kind) {
-    case ErrorKind::kNone: return "00000";
-    case ErrorKind::kSyntax: return "42000";
-    case ErrorKind::kTableNotFound: return "42S02";
-    case ErrorKind::kTableExists: return "42S01";
-    case ErrorKind::kColumnNotFound: return "42S22";
-    case ErrorKind::kValueCount: return "21S01";
-    case ErrorKind::kInvalidValue: return "22018";
-    case ErrorKind::kReadOnly: return "HY000";
-    case ErrorKind::kWorkbookMissing: return "08001";
-    case ErrorKind::kWorkbookCorrupt: return "HY000";
-    case ErrorKind::kIO: return "HY000";
-    case ErrorKind::kLocked: return "HYT00";
-    case ErrorKind::kParameter: return "07002";
-    case ErrorKind::kNotSupported: return "HYC00";
+    case ErrorKind::kNone:
+      return "00000";
+    case ErrorKind::kSyntax:
+      return "42000";
+    case ErrorKind::kTableNotFound:
+      return "42S02";
+    case ErrorKind::kTableExists:
+      return "42S01";
+    case ErrorKind::kColumnNotFound:
+      return "42S22";
+    case ErrorKind::kValueCount:
+      return "21S01";
+    case ErrorKind::kInvalidValue:
+      return "22018";
+    case ErrorKind::kReadOnly:
+      return "HY000";
+    case ErrorKind::kWorkbookMissing:
+      return "08001";
+    case ErrorKind::kWorkbookCorrupt:
+      return "HY000";
+    case ErrorKind::kIO:
+      return "HY000";
+    case ErrorKind::kLocked:
+      return "HYT00";
+    case ErrorKind::kParameter:
+      return "07002";
+    case ErrorKind::kNotSupported:
+      return "HYC00";
   }
   return "HY000";
 }

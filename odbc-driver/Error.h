@@ -10,19 +10,19 @@ namespace xlsodbc {
 
 enum class ErrorKind {
   kNone,
-  kSyntax,          // 42000: the statement does not parse
-  kTableNotFound,   // 42S02: no such sheet
-  kTableExists,     // 42S01: CREATE over a different table
-  kColumnNotFound,  // 42S22
-  kValueCount,      // 21S01: more values than columns
-  kInvalidValue,    // 22018: a value that cannot go where it was put
-  kReadOnly,        // HY000: a change on a read-only connection
-  kWorkbookMissing, // 08001: DBQ names no file and CREATE_DB was not given
-  kWorkbookCorrupt, // HY000: the file is not a workbook we can read
-  kIO,              // HY000: reading or writing the file failed
-  kLocked,          // HYT00: another process held the workbook for too long
-  kParameter,       // 07002: parameter markers without values
-  kNotSupported,    // HYC00
+  kSyntax,           // 42000: the statement does not parse
+  kTableNotFound,    // 42S02: no such sheet
+  kTableExists,      // 42S01: CREATE over a different table
+  kColumnNotFound,   // 42S22
+  kValueCount,       // 21S01: more values than columns
+  kInvalidValue,     // 22018: a value that cannot go where it was put
+  kReadOnly,         // HY000: a change on a read-only connection
+  kWorkbookMissing,  // 08001: DBQ names no file and CREATE_DB was not given
+  kWorkbookCorrupt,  // HY000: the file is not a workbook we can read
+  kIO,               // HY000: reading or writing the file failed
+  kLocked,           // HYT00: another process held the workbook for too long
+  kParameter,        // 07002: parameter markers without values
+  kNotSupported,     // HYC00
 };
 
 class Error {

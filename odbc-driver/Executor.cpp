@@ -148,9 +148,12 @@ Error Bind(const Value& in, const ExecOptions& o, Value* out) {
 
 Cell ToCell(const Value& v) {
   switch (v.kind) {
-    case Value::Kind::kText: return Cell::Text(v.text);
-    case Value::Kind::kNumber: return Cell::Number(v.number);
-    default: return Cell();
+    case Value::Kind::kText:
+      return Cell::Text(v.text);
+    case Value::Kind::kNumber:
+      return Cell::Number(v.number);
+    default:
+      return Cell();
   }
 }
 
@@ -242,12 +245,24 @@ class Matcher {
     }
     bool r = false;
     switch (c->op) {
-      case Condition::Op::kEq: r = cmp == 0; break;
-      case Condition::Op::kNe: r = cmp != 0; break;
-      case Condition::Op::kLt: r = cmp < 0; break;
-      case Condition::Op::kLe: r = cmp <= 0; break;
-      case Condition::Op::kGt: r = cmp > 0; break;
-      case Condition::Op::kGe: r = cmp >= 0; break;
+      case Condition::Op::kEq:
+        r = cmp == 0;
+        break;
+      case Condition::Op::kNe:
+        r = cmp != 0;
+        break;
+      case Condition::Op::kLt:
+        r = cmp < 0;
+        break;
+      case Condition::Op::kLe:
+        r = cmp <= 0;
+        break;
+      case Condition::Op::kGt:
+        r = cmp > 0;
+        break;
+      case Condition::Op::kGe:
+        r = cmp >= 0;
+        break;
     }
     return r ? Truth::kTrue : Truth::kFalse;
   }
@@ -297,10 +312,13 @@ Error MatchingRows(const Sheet& s, const TableView& v, const Statement& st, cons
 // Rows of one sheet, read from a snapshot of the workbook that the result shares.
 class SheetResult : public ResultSet {
  public:
-  SheetResult(std::shared_ptr<const Workbook> book, const Sheet* sheet, std::vector<ColumnInfo> cols,
-              std::vector<int> columnIndex, std::vector<int> rows)
-      : book_(std::move(book)), sheet_(sheet), cols_(std::move(cols)),
-        columnIndex_(std::move(columnIndex)), rows_(std::move(rows)) {}
+  SheetResult(std::shared_ptr<const Workbook> book, const Sheet* sheet,
+              std::vector<ColumnInfo> cols, std::vector<int> columnIndex, std::vector<int> rows)
+      : book_(std::move(book)),
+        sheet_(sheet),
+        cols_(std::move(cols)),
+        columnIndex_(std::move(columnIndex)),
+        rows_(std::move(rows)) {}
 
   const std::vector<ColumnInfo>& columns() const override { return cols_; }
   long rowCount() const override { return static_cast<long>(rows_.size()); }
@@ -346,8 +364,8 @@ Error RunSelect(const Statement& st, const ExecOptions& o, const std::shared_ptr
     Error e = MatchingRows(*s, v, st, o, book->date1904, &rows);
     if (!e.ok()) return e;
   }
-  out->result = std::make_unique<SheetResult>(book, s, std::move(cols), std::move(index),
-                                              std::move(rows));
+  out->result =
+      std::make_unique<SheetResult>(book, s, std::move(cols), std::move(index), std::move(rows));
   return Error();
 }
 
@@ -371,8 +389,8 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   for (std::size_t i = 0; i < st.columns.size(); ++i) {
     for (std::size_t j = 0; j < i; ++j) {
       if (EqualNoCase(st.columns[i], st.columns[j])) {
-        return Error(ErrorKind::kInvalidValue, "Column " + Quote(st.columns[i]) +
-                                                   " is declared twice in CREATE TABLE.");
+        return Error(ErrorKind::kInvalidValue,
+                     "Column " + Quote(st.columns[i]) + " is declared twice in CREATE TABLE.");
       }
     }
   }
@@ -405,7 +423,8 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
     }
     // An empty region under values in its own columns re-declares the table above it (a
     // header written here would land among that table's records): nothing to write.
-    if (t.hasRange && top > 0 && LastRowInColumns(*existing, t.range.left, t.range.right, top - 1) >= 0) {
+    if (t.hasRange && top > 0 &&
+        LastRowInColumns(*existing, t.range.left, t.range.right, top - 1) >= 0) {
       out->rowCount = 0;
       return Error();
     }
@@ -413,7 +432,8 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   Workbook& wb = w.get();
   Sheet* s = wb.findSheet(t.sheet);
   if (!s) s = &wb.addSheet(t.sheet);
-  for (int i = 0; i < width; ++i) s->set(top, left + i, Cell::Text(st.columns[static_cast<std::size_t>(i)]));
+  for (int i = 0; i < width; ++i)
+    s->set(top, left + i, Cell::Text(st.columns[static_cast<std::size_t>(i)]));
   out->changed = true;
   out->rowCount = 0;
   return Error();
@@ -436,8 +456,8 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
   } else {
     int bottom = s->usedRows() - 1;
     if (bottom < 0) {
-      return Error(ErrorKind::kValueCount, "Table " + Quote(t.written) +
-                                               " has no columns: create it first.");
+      return Error(ErrorKind::kValueCount,
+                   "Table " + Quote(t.written) + " has no columns: create it first.");
     }
     top = 0;
     while (LastInRow(*s, top, 0, xls::kMaxColumns - 1) < 0) ++top;
@@ -449,9 +469,9 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
   std::vector<int> target(values.size());
   if (st.columns.empty()) {
     if (static_cast<int>(values.size()) > right - left + 1) {
-      return Error(ErrorKind::kValueCount,
-                   "INSERT gives " + std::to_string(values.size()) + " values but table " +
-                       Quote(t.written) + " has " + std::to_string(right - left + 1) + " columns.");
+      return Error(ErrorKind::kValueCount, "INSERT gives " + std::to_string(values.size()) +
+                                               " values but table " + Quote(t.written) + " has " +
+                                               std::to_string(right - left + 1) + " columns.");
     }
     for (std::size_t i = 0; i < values.size(); ++i) target[i] = left + static_cast<int>(i);
   } else {
@@ -564,11 +584,16 @@ Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<W
   const Workbook& before = **book;
   Writable w(book);
   switch (st.kind) {
-    case Statement::Kind::kSelect: return RunSelect(st, options, *book, out);
-    case Statement::Kind::kCreate: return RunCreate(st, w, before, out);
-    case Statement::Kind::kInsert: return RunInsert(st, options, w, before, out);
-    case Statement::Kind::kUpdate: return RunUpdate(st, options, w, before, out);
-    case Statement::Kind::kDrop: return RunDrop(st, w, before, out);
+    case Statement::Kind::kSelect:
+      return RunSelect(st, options, *book, out);
+    case Statement::Kind::kCreate:
+      return RunCreate(st, w, before, out);
+    case Statement::Kind::kInsert:
+      return RunInsert(st, options, w, before, out);
+    case Statement::Kind::kUpdate:
+      return RunUpdate(st, options, w, before, out);
+    case Statement::Kind::kDrop:
+      return RunDrop(st, w, before, out);
   }
   return Error(ErrorKind::kSyntax, "Unknown statement.");
 }

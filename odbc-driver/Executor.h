@@ -32,8 +32,8 @@ struct Outcome {
 // Runs st against *book. Changes are made on *book, which is first copied when another owner
 // (an open result) shares it, so results keep the state they were made from. On failure the
 // model is unchanged.
-Error Execute(const Statement& st, const ExecOptions& options,
-              std::shared_ptr<xls::Workbook>* book, Outcome* out);
+Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<xls::Workbook>* book,
+              Outcome* out);
 
 // The names a table's columns go by (the header cells, F1, F2... where empty); empty when
 // the sheet is missing or the region holds nothing. For SQLColumns.

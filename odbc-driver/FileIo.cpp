@@ -65,8 +65,8 @@ Error ReadAt(int fd, std::uint64_t offset, std::uint64_t size, std::vector<std::
   out->resize(static_cast<std::size_t>(size));
   std::size_t done = 0;
   while (done < out->size()) {
-    ssize_t n = ::pread(fd, out->data() + done, out->size() - done,
-                        static_cast<off_t>(offset + done));
+    ssize_t n =
+        ::pread(fd, out->data() + done, out->size() - done, static_cast<off_t>(offset + done));
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return Error(ErrorKind::kIO, "Cannot read the journal: " + ErrnoText(errno) + ".");
     if (n == 0) break;
@@ -103,7 +103,8 @@ Error WriteAt(int fd, std::uint64_t offset, const std::uint8_t* data, std::size_
   while (done < size) {
     ssize_t n = Sys().pwrite(fd, data + done, size - done, static_cast<off_t>(offset + done));
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return Error(ErrorKind::kIO, "Cannot write: " + ErrnoText(n < 0 ? errno : EIO) + ".");
+    if (n <= 0)
+      return Error(ErrorKind::kIO, "Cannot write: " + ErrnoText(n < 0 ? errno : EIO) + ".");
     done += static_cast<std::size_t>(n);
   }
   return Error();

@@ -89,7 +89,7 @@ struct Stmt : Handle {
   Statement parsed;
 
   std::unique_ptr<ResultSet> result;
-  long row = -1;       // current row of result; -1 before the first fetch
+  long row = -1;  // current row of result; -1 before the first fetch
   SQLLEN rowCount = -1;
 
   // SQLGetData in pieces: which column, and how far into its value.

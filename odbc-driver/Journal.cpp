@@ -62,16 +62,23 @@ class Reader {
 bool DecodePayload(const std::uint8_t* p, std::size_t n, JournalRecord* r) {
   Reader in(p, n);
   std::uint32_t count;
+  std::uint8_t flags;
+  if (!in.GetByte(&flags) || flags > 1) return false;
+  r->firstRowHasNames = flags & 1;
   if (!in.GetBytes(&r->sql) || !in.Get32(&count) || count > n) return false;
   for (std::uint32_t i = 0; i < count; ++i) {
     std::uint8_t kind;
     Value v;
     if (!in.GetByte(&kind) || kind > 2 || !in.GetBytes(&v.text)) return false;
-    v.kind = kind == 0 ? Value::Kind::kNull : (kind == 1 ? Value::Kind::kText : Value::Kind::kNumber);
+    v.kind =
+        kind == 0 ? Value::Kind::kNull : (kind == 1 ? Value::Kind::kText : Value::Kind::kNumber);
     if (v.kind == Value::Kind::kNumber) {
       if (v.text.size() != 8) return false;
       std::uint64_t bits = 0;
-      for (int b = 0; b < 8; ++b) bits |= static_cast<std::uint64_t>(static_cast<std::uint8_t>(v.text[static_cast<std::size_t>(b)])) << (8 * b);
+      for (int b = 0; b < 8; ++b)
+        bits |= static_cast<std::uint64_t>(
+                    static_cast<std::uint8_t>(v.text[static_cast<std::size_t>(b)]))
+                << (8 * b);
       std::memcpy(&v.number, &bits, sizeof bits);
       v.text.clear();
     }
@@ -99,6 +106,7 @@ bool DecodeJournalHeader(const std::vector<std::uint8_t>& bytes, JournalHeader* 
 
 std::vector<std::uint8_t> EncodeJournalRecord(const JournalRecord& r) {
   std::vector<std::uint8_t> payload;
+  payload.push_back(r.firstRowHasNames ? 1 : 0);
   PutBytes(&payload, r.sql);
   Put32(&payload, static_cast<std::uint32_t>(r.parameters.size()));
   for (const Value& v : r.parameters) {

@@ -2,7 +2,9 @@
 //
 //   header  "XLSJRNL1" | u64 size of the workbook file it follows | u64 FNV-1a of its bytes
 //   record* u32 payload length | u32 FNV-1a of the payload | payload
-//   payload u32 n | n bytes of SQL | u32 count | count x (u8 kind | u32 n | n bytes)
+//   payload u8 flags | u32 n | n bytes of SQL | u32 count | count x (u8 kind | u32 n | n bytes)
+//   flags   bit 0: FIRSTROWHASNAMES of the connection that ran it; kind 0 NULL, 1 text, 2 number
+//           (8 bytes, the double's bits)
 //
 // Integers are little-endian. A record is whole or it is not there: decoding stops at the
 // first record that is cut short or fails its checksum (a crash while appending).
@@ -24,6 +26,7 @@ struct JournalHeader {
 };
 
 struct JournalRecord {
+  bool firstRowHasNames = true;
   std::string sql;
   std::vector<Value> parameters;
 };

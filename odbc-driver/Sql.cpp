@@ -8,7 +8,9 @@ namespace xlsodbc {
 
 namespace {
 
-bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v'; }
+bool IsSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v';
+}
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsAlpha(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 char Upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
@@ -96,9 +98,7 @@ class Parser {
     p_ += n;
     return true;
   }
-  bool ExpectKeyword(const char* kw) {
-    return Keyword(kw) || Fail(std::string("expected ") + kw);
-  }
+  bool ExpectKeyword(const char* kw) { return Keyword(kw) || Fail(std::string("expected ") + kw); }
   bool Expect(char c) {
     if (Peek() == c) {
       ++p_;
@@ -120,7 +120,8 @@ class Parser {
     }
     if (c == '`') {
       std::size_t close = s_.find('`', p_ + 1);
-      if (close == std::string_view::npos || close == p_ + 1) return Fail(std::string("bad ") + what);
+      if (close == std::string_view::npos || close == p_ + 1)
+        return Fail(std::string("bad ") + what);
       *out = std::string(s_.substr(p_ + 1, close - p_ - 1));
       p_ = close + 1;
       return true;
@@ -213,7 +214,8 @@ class Parser {
     do {
       std::string col;
       Value v;
-      if (!ParseName(&col, "column name") || !Expect('=') || !ParseValue(&v, Place::kSet)) return false;
+      if (!ParseName(&col, "column name") || !Expect('=') || !ParseValue(&v, Place::kSet))
+        return false;
       st->columns.push_back(std::move(col));
       st->values.push_back(std::move(v));
     } while (Peek() == ',' && (++p_, true));
@@ -320,8 +322,8 @@ class Parser {
 
   static void SetWordValue(std::string_view word, Value* v) {
     double d;
-    if (word.size() == 4 && Upper(word[0]) == 'N' && Upper(word[1]) == 'U' && Upper(word[2]) == 'L' &&
-        Upper(word[3]) == 'L') {
+    if (word.size() == 4 && Upper(word[0]) == 'N' && Upper(word[1]) == 'U' &&
+        Upper(word[2]) == 'L' && Upper(word[3]) == 'L') {
       v->kind = Value::Kind::kNull;
     } else if (IsCanonicalNumber(word, &d)) {
       v->kind = Value::Kind::kNumber;

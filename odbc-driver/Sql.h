@@ -54,7 +54,7 @@ struct Condition {
   };
   Kind kind = Kind::kCompare;
   Op op = Op::kEq;
-  Operand lhs, rhs;  // kCompare (lhs only for the null tests)
+  Operand lhs, rhs;                 // kCompare (lhs only for the null tests)
   std::unique_ptr<Condition> a, b;  // kAnd, kOr (a and b), kNot (a)
 };
 

@@ -129,13 +129,15 @@ TEST(SqlTest, MalformedStatementsFailWithPosition) {
 }
 
 TEST(SqlTest, ConditionsNestAndKeepPrecedence) {
-  Statement st = Parse("SELECT [a] FROM [S] WHERE a = 1 OR NOT (b <> 'x' AND c IS NOT NULL) AND d >= 2");
+  Statement st =
+      Parse("SELECT [a] FROM [S] WHERE a = 1 OR NOT (b <> 'x' AND c IS NOT NULL) AND d >= 2");
   ASSERT_TRUE(st.where);
   EXPECT_EQ(st.where->kind, Condition::Kind::kOr);
   EXPECT_EQ(st.where->b->kind, Condition::Kind::kAnd);
   EXPECT_EQ(st.where->b->a->kind, Condition::Kind::kNot);
 
-  std::string deep = "SELECT * FROM [S] WHERE " + std::string(500, '(') + "a = 1" + std::string(500, ')');
+  std::string deep =
+      "SELECT * FROM [S] WHERE " + std::string(500, '(') + "a = 1" + std::string(500, ')');
   Statement st2;
   EXPECT_EQ(ParseSql(deep, &st2).kind(), ErrorKind::kSyntax);  // refused, not a stack overflow
 }
@@ -144,9 +146,13 @@ TEST(SqlTest, CanonicalNumbers) {
   struct Case {
     const char* text;
     bool number;
-  } cases[] = {{"10", true},   {"-2.5", true},  {"0.1", true}, {"0", true},    {"007", false},
-               {"1.50", false}, {"1e3", false}, {"+1", false}, {"1.", false},  {"abc", false},
-               {"", false},     {"-0", false},  {"1e+20", true}, {"12345678901234567", false}};
+  } cases[] = {{"10", true},    {"-2.5", true},
+               {"0.1", true},   {"0", true},
+               {"007", false},  {"1.50", false},
+               {"1e3", false},  {"+1", false},
+               {"1.", false},   {"abc", false},
+               {"", false},     {"-0", false},
+               {"1e+20", true}, {"12345678901234567", false}};
   for (const Case& c : cases) {
     double d;
     EXPECT_EQ(IsCanonicalNumber(c.text, &d), c.number) << c.text;

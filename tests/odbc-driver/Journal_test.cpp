@@ -1,0 +1,188 @@
+// The journal's format, and the Database over real files: whatever write fails, the
+// workbook on disk is the old one or the new one and the connection reports the failure.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+
+#include "odbc-driver/Database.h"
+#include "odbc-driver/Journal.h"
+#include "xls/Xls.h"
+
+namespace xlsodbc {
+namespace {
+
+TEST(JournalTest, RecordsRoundTripAndStopAtDamage) {
+  std::vector<Value> params(3);
+  params[0].kind = Value::Kind::kText;
+  params[0].text = std::string("a\0b", 3);
+  params[1].kind = Value::Kind::kNumber;
+  params[1].number = -0.125;
+  std::vector<std::uint8_t> bytes;
+  for (const char* sql : {"INSERT INTO [S] VALUES (?, ?, ?)", "DROP TABLE [S]"}) {
+    auto rec = EncodeJournalRecord(JournalRecord{false, sql, params});
+    bytes.insert(bytes.end(), rec.begin(), rec.end());
+  }
+  std::size_t consumed = 0;
+  auto records = DecodeJournalRecords(bytes.data(), bytes.size(), &consumed);
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(consumed, bytes.size());
+  EXPECT_EQ(records[1].sql, "DROP TABLE [S]");
+  EXPECT_FALSE(records[1].firstRowHasNames);
+  ASSERT_EQ(records[0].parameters.size(), 3u);
+  EXPECT_EQ(records[0].parameters[0].text, std::string("a\0b", 3));
+  EXPECT_EQ(records[0].parameters[1].number, -0.125);
+  EXPECT_EQ(records[0].parameters[2].kind, Value::Kind::kNull);
+
+  std::size_t first =
+      EncodeJournalRecord(JournalRecord{false, "INSERT INTO [S] VALUES (?, ?, ?)", params}).size();
+  // Cut anywhere inside the second record, or flip a byte of it: only the first survives.
+  for (std::size_t cut = first; cut < bytes.size(); cut += 7) {
+    EXPECT_EQ(DecodeJournalRecords(bytes.data(), cut, &consumed).size(), 1u) << cut;
+    EXPECT_EQ(consumed, first);
+  }
+  for (std::size_t at = first; at < bytes.size(); ++at) {
+    auto damaged = bytes;
+    damaged[at] ^= 0x40;
+    EXPECT_EQ(DecodeJournalRecords(damaged.data(), damaged.size(), &consumed).size(), 1u) << at;
+  }
+  JournalHeader h{123, 0xfeedfacecafebeefull}, back;
+  ASSERT_TRUE(DecodeJournalHeader(EncodeJournalHeader(h), &back));
+  EXPECT_EQ(back.baseHash, h.baseHash);
+  EXPECT_FALSE(DecodeJournalHeader({'X', 'L'}, &back));
+}
+
+class DatabaseTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/xlsodbc-db-XXXXXX";
+    dir_ = mkdtemp(pattern);
+    path_ = dir_ + "/book.xls";
+  }
+  void TearDown() override {
+    ResetSys();
+    std::filesystem::remove_all(dir_);
+  }
+  Error Open(std::unique_ptr<Database>* db, bool readOnly = false) {
+    DatabaseOptions o;
+    o.path = path_;
+    o.create = true;
+    o.readOnly = readOnly;
+    o.lockTimeoutMs = 2000;
+    return Database::Open(o, db);
+  }
+  Error Run(Database* db, const std::string& sql, Outcome* out = nullptr) {
+    Statement st;
+    Error e = ParseSql(sql, &st);
+    Outcome local;
+    return e.ok() ? db->Execute(sql, st, {}, out ? out : &local) : e;
+  }
+  // Rows under the header of sheet S in the file itself, -1 when it cannot be read.
+  int RowsOnDisk() {
+    xls::Workbook wb;
+    if (!xls::ReadWorkbook(path_, &wb).ok()) return -1;
+    const xls::Sheet* s = wb.findSheet("S");
+    return s ? s->usedRows() - 1 : -1;
+  }
+  std::string dir_, path_;
+};
+
+// Each write call of a statement fails in turn (the Nth pwrite, fsync or rename); afterwards
+// the file on disk is whole and holds the state before or after the statement, and the
+// connection's next statement sees the file's state, not its own failed change.
+TEST_F(DatabaseTest, FailedWritesLeaveTheOldOrTheNewWorkbook) {
+  {
+    std::unique_ptr<Database> db;
+    ASSERT_TRUE(Open(&db).ok());
+    ASSERT_TRUE(Run(db.get(), "CREATE TABLE [S] ([n] char(255))").ok());
+  }
+  static int budget;
+  for (int n = 0; n < 12; ++n) {
+    int before = RowsOnDisk();
+    ASSERT_GE(before, 0);
+    std::unique_ptr<Database> db;
+    ASSERT_TRUE(Open(&db).ok());
+    budget = n;
+    Sys().pwrite = [](int fd, const void* b, size_t len, off_t off) -> ssize_t {
+      if (budget-- == 0) return errno = EIO, -1;
+      return ::pwrite(fd, b, len, off);
+    };
+    Sys().fsync = [](int fd) -> int {
+      if (budget-- == 0) return errno = EIO, -1;
+      return ::fsync(fd);
+    };
+    Sys().rename = [](const char* a, const char* b) -> int {
+      if (budget-- == 0) return errno = EIO, -1;
+      return ::rename(a, b);
+    };
+    Error e = Run(db.get(), "INSERT INTO [S] VALUES (" + std::to_string(n) + ")");
+    Error closed = db->Close();
+    ResetSys();
+    db.reset();
+    int after = RowsOnDisk();
+    EXPECT_TRUE(after == before || after == before + 1) << n;
+    // A statement that reported success is in the file once a connection has folded it.
+    std::unique_ptr<Database> check;
+    ASSERT_TRUE(Open(&check).ok());
+    check->Close();
+    int folded = RowsOnDisk();
+    EXPECT_EQ(folded, before + (e.ok() ? 1 : 0))
+        << "write " << n << ": " << e.message() << " / " << closed.message();
+  }
+}
+
+TEST_F(DatabaseTest, JournalFoldsWhenItOutgrowsTheWorkbook) {
+  std::unique_ptr<Database> db;
+  ASSERT_TRUE(Open(&db).ok());
+  ASSERT_TRUE(Run(db.get(), "CREATE TABLE [S] ([n] char(255), [text] char(255))").ok());
+  std::uintmax_t folds = 0, lastSize = std::filesystem::file_size(path_);
+  for (int i = 0; i < 400; ++i) {
+    ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (" + std::to_string(i) +
+                                  ", 'some words to make the row longer than its record')")
+                    .ok());
+    std::uintmax_t size = std::filesystem::file_size(path_);
+    if (size != lastSize) ++folds, lastSize = size;
+    EXPECT_LE(std::filesystem::file_size(path_ + "-journal"), size + 200);
+  }
+  EXPECT_GT(folds, 0u);
+  EXPECT_LT(folds, 40u);  // geometric growth: a handful of folds, not one per row
+  ASSERT_TRUE(db->Close().ok());
+  EXPECT_EQ(RowsOnDisk(), 400);
+}
+
+TEST_F(DatabaseTest, ReadOnlyAndMissingFiles) {
+  std::unique_ptr<Database> db;
+  DatabaseOptions o;
+  o.path = path_;
+  Error e = Database::Open(o, &db);
+  EXPECT_EQ(e.kind(), ErrorKind::kWorkbookMissing);
+  ASSERT_TRUE(Open(&db).ok());
+  ASSERT_TRUE(Run(db.get(), "CREATE TABLE [S] ([n] char(255))").ok());
+  db.reset();
+  ASSERT_TRUE(Open(&db, /*readOnly=*/true).ok());
+  EXPECT_EQ(Run(db.get(), "INSERT INTO [S] VALUES (1)").kind(), ErrorKind::kReadOnly);
+  Outcome out;
+  ASSERT_TRUE(Run(db.get(), "SELECT * FROM [S]", &out).ok());
+  EXPECT_EQ(out.result->columns().size(), 1u);
+}
+
+// A journal whose statements already reached the file (the fold finished, the journal was
+// not reset) is recognised by its header and not applied twice.
+TEST_F(DatabaseTest, StaleJournalIsNotReplayed) {
+  std::unique_ptr<Database> db;
+  ASSERT_TRUE(Open(&db).ok());
+  ASSERT_TRUE(Run(db.get(), "CREATE TABLE [S] ([n] char(255))").ok());
+  ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (1)").ok());
+  std::filesystem::copy_file(path_ + "-journal", dir_ + "/saved");
+  ASSERT_TRUE(db->Close().ok());
+  EXPECT_EQ(RowsOnDisk(), 1);
+  std::filesystem::copy_file(dir_ + "/saved", path_ + "-journal");
+  ASSERT_TRUE(Open(&db).ok());
+  Outcome out;
+  ASSERT_TRUE(Run(db.get(), "SELECT * FROM [S]", &out).ok());
+  EXPECT_EQ(out.result->rowCount(), 1);
+}
+
+}  // namespace
+}  // namespace xlsodbc

@@ -1,0 +1,69 @@
+#!/usr/bin/python3
+"""python3-pyodbc drives the driver the way Python programs do (autocommit off, W calls,
+SQL_C_WCHAR data, parameters), then xlrd reads the file it left behind.
+
+Usage: pyodbc_test.py <driver.so> (env XLSODBC_PRELOAD is applied by the caller)."""
+import os
+import shutil
+import sys
+import tempfile
+
+import pyodbc
+
+driver = sys.argv[1]
+work = tempfile.mkdtemp(prefix="xlsodbc-pyodbc-")
+try:
+    # unixODBC reads these once, before the first ODBC call.
+    with open(os.path.join(work, "odbcinst.ini"), "w") as f:
+        f.write("[Excel Workbook Driver (*.xls)]\nDriver = %s\n" % driver)
+    open(os.path.join(work, "odbc.ini"), "w").close()
+    os.environ["ODBCSYSINI"] = work
+    os.environ["ODBCINI"] = os.path.join(work, "odbc.ini")
+
+    names = [d for d in pyodbc.drivers() if "Excel" in d]
+    assert names == ["Excel Workbook Driver (*.xls)"], pyodbc.drivers()
+
+    book = os.path.join(work, "py book.xls")
+    cs = ('DRIVER={Excel Workbook Driver (*.xls)};DSN=\'\';FIRSTROWHASNAMES=1;READONLY=FALSE;'
+          'CREATE_DB="%s";DBQ=%s' % (book, book))
+    cn = pyodbc.connect(cs)
+    cur = cn.cursor()
+    cur.execute("CREATE TABLE [Sheet1] ([Name] char(255), [Qty] char(255))")
+    cur.execute("INSERT INTO [Sheet1$A4:X4] VALUES ('abc', '10')")
+    cur.execute("INSERT INTO [Sheet1$A3:IV1] VALUES (abc, 10)")
+    cur.execute("INSERT INTO [Sheet1] VALUES (?, ?)", "Zoë", 7.5)
+    assert cur.execute("UPDATE [Sheet1] SET [Qty]='11' WHERE ([Name]='abc' AND [Qty]='10' )").rowcount == 2
+    cn.commit()
+    rows = [tuple(r) for r in cur.execute("SELECT * FROM [Sheet1$A1:IV65536]")]
+    assert [c[0] for c in cur.description] == ["Name", "Qty"], cur.description
+    assert rows == [("abc", "11"), ("abc", "11"), ("Zoë", "7.5")], rows
+
+    try:
+        cur.execute("UPDATE [S] SET [K]='1' WHE)")
+        raise AssertionError("malformed UPDATE accepted")
+    except pyodbc.ProgrammingError as e:
+        assert e.args[0] == "42000" and "[Excel Workbook Driver]" in e.args[1], e.args
+    try:
+        cur.execute("SELECT * FROM [Missing$A1:IV65536]")
+        raise AssertionError("missing sheet accepted")
+    except pyodbc.Error as e:
+        assert e.args[0] == "42S02" and "'Missing'" in e.args[1], e.args
+    tables = [t.table_name for t in cur.tables()]
+    assert tables == ["Sheet1$"], tables
+    cn.close()
+
+    import xlrd
+    wb = xlrd.open_workbook(book)
+    sh = wb.sheet_by_name("Sheet1")
+    got = [[sh.cell_value(r, c) for c in range(sh.ncols)] for r in range(sh.nrows)]
+    assert got == [["Name", "Qty"], ["abc", "11"], ["abc", "11"], ["Zoë", 7.5]], got
+
+    cn = pyodbc.connect(cs, autocommit=True)
+    cn.execute("DROP TABLE [Sheet1$A1:IV65536]")
+    assert cn.execute("SELECT * FROM [Sheet1$A1:IV65536]").description is None or \
+        cn.execute("SELECT * FROM [Sheet1$A1:IV65536]").fetchall() == []
+    cn.close()
+    assert xlrd.open_workbook(book).sheet_by_name("Sheet1").nrows == 0
+    print("PASS")
+finally:
+    shutil.rmtree(work)

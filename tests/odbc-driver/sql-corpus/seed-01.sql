@@ -1,0 +1,1 @@
+SELECT * FROM [Sheet1$A1:IV65536]

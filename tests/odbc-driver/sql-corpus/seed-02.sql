@@ -1,0 +1,1 @@
+CREATE TABLE [Sheet1] ([Name] char(255), [Qty] char(255))

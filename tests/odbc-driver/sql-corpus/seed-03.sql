@@ -1,0 +1,1 @@
+CREATE TABLE [Sheet1$A4:IV65536] ([Name] char(255), [Qty] char(255))

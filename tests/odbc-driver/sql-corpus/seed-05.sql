@@ -1,0 +1,1 @@
+CREATE TABLE [Sheet1$A2:IV65536] ([Name] char(255), [Qty] char(255))

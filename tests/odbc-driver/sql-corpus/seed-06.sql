@@ -1,0 +1,1 @@
+INSERT INTO [Sheet1$A3:IV1] VALUES (abc, 10)

@@ -1,0 +1,1 @@
+UPDATE [Sheet1] SET [Name]='1', [Qty]='2' WHERE ([Name]='7' AND [Qty]='8' )

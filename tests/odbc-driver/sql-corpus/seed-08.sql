@@ -1,0 +1,1 @@
+UPDATE [S] SET [K]='1' WHE)

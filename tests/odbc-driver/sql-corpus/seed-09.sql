@@ -1,0 +1,1 @@
+DROP TABLE [Sheet1$A1:IV65536]

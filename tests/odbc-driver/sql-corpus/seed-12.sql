@@ -1,0 +1,1 @@
+INSERT INTO [S$A4:X4] VALUES ('O'Brien')

@@ -1,0 +1,1 @@
+INSERT INTO [Sheet1$A4:X4] VALUES (a b, 1)

@@ -1,0 +1,1 @@
+SELECT [Name], Qty FROM Sheet1$ WHERE NOT (Qty > 5 OR Name IS NULL) AND Qty <> '3';

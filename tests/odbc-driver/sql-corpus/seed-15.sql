@@ -1,0 +1,1 @@
+INSERT INTO [Sheet1] ([Qty], [Name]) VALUES (?, ?)

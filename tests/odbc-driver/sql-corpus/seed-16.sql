@@ -1,0 +1,1 @@
+UPDATE [Sheet1$B1:A9] SET Qty = NULL WHERE ((((Name = 'abc'))))

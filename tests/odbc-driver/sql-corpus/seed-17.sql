@@ -1,0 +1,1 @@
+SELECT * FROM [Sheet1$IV65536:A1] WHERE Qty >= -1.5e3

@@ -1,0 +1,1 @@
+INSERT INTO [Sheet1$C1] VALUES (2024-01-05, 'it''s', 007, -0, 1e+20)

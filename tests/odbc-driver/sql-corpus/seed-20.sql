@@ -1,0 +1,1 @@
+SELECT * FROM `Sheet1` WHERE [When] = 45000.25
