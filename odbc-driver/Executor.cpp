@@ -407,26 +407,40 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
                  "Cannot create table " + Quote(t.sheet) +
                      ": a sheet name has 1 to 31 characters, none of : \\ / ? * [ ].");
   }
-  if (existing) {
-    TableView v = Resolve(*existing, t, true, book.date1904);
-    if (!v.empty) {
-      // The same names in order: the table is declared again, nothing to do.
-      bool same = v.right - v.left + 1 == width;
-      for (int i = 0; same && i < width; ++i) {
-        same = v.names[static_cast<std::size_t>(i)] == st.columns[static_cast<std::size_t>(i)];
+  if (existing && existing->usedRows() > 0) {
+    // A non-empty sheet: the statement may only declare a table that is already there, with
+    // these names in this order in its header row, either at the region's top row or at the
+    // top of the values in its columns (the spreadsheet library declares its table again
+    // over [Sheet1$A4:IV65536] before each save, with the header in row 1).
+    int right = t.hasRange ? t.range.right : xls::kMaxColumns - 1;
+    TableView used = Resolve(*existing, t, true, book.date1904);
+    if (!t.hasRange) left = used.left, top = used.top;
+    auto headerIs = [&](int row) {
+      std::string text;
+      for (int i = 0; i < width; ++i) {
+        if (!CellText(existing->at(row, left + i), book.date1904, &text) ||
+            text != st.columns[static_cast<std::size_t>(i)]) {
+          return false;
+        }
       }
-      if (same) {
-        out->rowCount = 0;
-        return Error();
+      return left + width > right || existing->at(row, left + width).isEmpty();
+    };
+    int firstInColumns = -1;
+    for (int r = 0; r < static_cast<int>(existing->rows().size()); ++r) {
+      if (LastInRow(*existing, r, left, right) >= 0) {
+        firstInColumns = r;
+        break;
       }
-      return Error(ErrorKind::kTableExists, "Table " + Quote(t.written) + " already exists.");
     }
-    // An empty region under values in its own columns re-declares the table above it (a
-    // header written here would land among that table's records): nothing to write.
-    if (t.hasRange && top > 0 &&
-        LastRowInColumns(*existing, t.range.left, t.range.right, top - 1) >= 0) {
+    if (headerIs(top) || (firstInColumns >= 0 && headerIs(firstInColumns))) {
       out->rowCount = 0;
       return Error();
+    }
+    // Columns that hold nothing down to the region's bottom take a new table, beside the
+    // others on the sheet; anything else is a different table in the way.
+    int bottom = t.hasRange ? t.range.bottom : xls::kMaxRows - 1;
+    if (!t.hasRange || LastRowInColumns(*existing, left, right, bottom) >= 0) {
+      return Error(ErrorKind::kTableExists, "Table " + Quote(t.written) + " already exists.");
     }
   }
   Workbook& wb = w.get();

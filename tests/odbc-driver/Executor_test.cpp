@@ -72,8 +72,17 @@ TEST_F(ExecutorTest, LibraryLifecycle) {
   EXPECT_EQ(CellAt("Sheet1", 1, 1), "10");  // quoted: text
   EXPECT_EQ(Select("SELECT * FROM [Sheet1$A1:IV65536]"),
             (Rows{{"Name", "Qty"}, {"abc", "10"}, {"d e", ""}}));
+  // Later saves declare the table again once records fill row 4 and below.
+  Ok("INSERT INTO [Sheet1$A6:X6] VALUES ('x', '1')");
+  Ok("INSERT INTO [Sheet1$A7:X7] VALUES ('y', '2')");
+  Ok("CREATE TABLE [Sheet1$A4:IV65536] ([Name] char(255), [Qty] char(255))");
+  EXPECT_EQ(Run("CREATE TABLE [Sheet1$A4:IV65536] ([Name] char(255), [Qty] char(255), [New] char(255))")
+                .kind(),
+            ErrorKind::kTableExists);
+  EXPECT_EQ(Select("SELECT [Name] FROM [Sheet1$A1:IV65536]"),
+            (Rows{{"Name"}, {"abc"}, {"d e"}, {"x"}, {"y"}}));
   Ok("UPDATE [Sheet1] SET [Qty]='11' WHERE ([Name]='abc' )");
-  EXPECT_EQ(Select("SELECT [Qty] FROM [Sheet1$]"), (Rows{{"Qty"}, {"11"}, {""}}));
+  EXPECT_EQ(Select("SELECT [Qty] FROM [Sheet1$]"), (Rows{{"Qty"}, {"11"}, {""}, {"1"}, {"2"}}));
   Ok("DROP TABLE [Sheet1$A1:IV65536]");
   EXPECT_EQ(Select("SELECT * FROM [Sheet1$A1:IV65536]"), (Rows{{}}));
   ASSERT_NE(book_->findSheet("Sheet1"), nullptr);  // the sheet stays
@@ -99,6 +108,8 @@ TEST_F(ExecutorTest, CreateOnExistingTables) {
       {"CREATE TABLE [T] ([a] char(255))", ErrorKind::kTableExists},
       {"CREATE TABLE [T] ([b] char(255), [a] char(255))", ErrorKind::kTableExists},
       {"CREATE TABLE [T$A1:IV65536] ([a] char(255), [c] char(255))", ErrorKind::kTableExists},
+      {"CREATE TABLE [T$A3:B9] ([a] char(255), [b] char(255))", ErrorKind::kNone},  // header above
+      {"CREATE TABLE [T$A3:B9] ([p] char(255), [q] char(255))", ErrorKind::kTableExists},
       {"CREATE TABLE [T] ([x] char(255), [X] char(255))", ErrorKind::kInvalidValue},
       {"CREATE TABLE [Bad:Name] ([x] char(255))", ErrorKind::kInvalidValue},
       {"CREATE TABLE [U$IV1] ([x] char(255), [y] char(255))", ErrorKind::kValueCount},

@@ -2,13 +2,15 @@
 # unixODBC's isql creates a workbook through the driver, inserts, selects, updates and
 # drops; a rejected statement prints the driver's SQLSTATE and message (isql asks for
 # ODBC 2 behaviour, so the driver manager shows 42000 as 37000).
-# Usage: isql_test.sh <driver.so>   (env XLSODBC_PRELOAD: sanitizer runtime for isql)
+# Usage: isql_test.sh <odbcinst.ini template>   (env XLSODBC_PRELOAD: sanitizer runtime)
 set -euo pipefail
-driver=$1
+template=$1
 work=$(mktemp -d /tmp/xlsodbc-isql-XXXXXX)
 trap 'rm -rf "$work"' EXIT
-printf '[Excel Workbook Driver (*.xls)]\nDriver = %s\n' "$driver" > "$work/odbcinst.ini"
 : > "$work/odbc.ini"
+# Registered the way an administrator would, into a private ODBCSYSINI.
+ODBCSYSINI="$work" odbcinst -i -d -f "$template"
+grep -q '^\[Excel Workbook Driver (\*.xls)\]' "$work/odbcinst.ini"
 book="$work/isql book.xls"
 run() {
   env ODBCSYSINI="$work" ODBCINI="$work/odbc.ini" ${XLSODBC_PRELOAD:+LD_PRELOAD=$XLSODBC_PRELOAD} \
