@@ -1,6 +1,7 @@
 // ODBC entry points: SQLGetInfo, SQLGetFunctions, SQLGetTypeInfo.
 #include <cstring>
 
+#include "odbc-driver/Convert.h"
 #include "odbc-driver/Diagnostics.h"
 #include "odbc-driver/Handles.h"
 #include "odbc-driver/ResultSet.h"
@@ -310,6 +311,27 @@ SQLRETURN SQL_API SQLGetInfo(SQLHDBC handle, SQLUSMALLINT type, SQLPOINTER value
       return SQL_SUCCESS;
   }
   return SQL_SUCCESS;
+}
+
+SQLRETURN SQL_API SQLGetInfoW(SQLHDBC handle, SQLUSMALLINT type, SQLPOINTER value,
+                              SQLSMALLINT bufferLength, SQLSMALLINT* length) {
+  Dbc* dbc = ToDbc(handle);
+  if (!dbc) return SQL_INVALID_HANDLE;
+  ClearDiag(dbc);
+  InfoValue v;
+  if (!LookUpInfo(dbc, type, &v)) {
+    return PostError(dbc, "HY096", "Information type " + std::to_string(type) + " is not known.");
+  }
+  if (v.kind != InfoValue::kText) return SQLGetInfo(handle, type, value, bufferLength, length);
+  std::u16string w = Utf8ToUtf16(v.text);  // lengths in bytes here
+  if (length) *length = static_cast<SQLSMALLINT>(w.size() * 2);
+  if (!value || bufferLength < 2)
+    return w.empty() ? SQL_SUCCESS : PostWarning(dbc, "01004", "String data, right truncated.");
+  std::size_t n = std::min(w.size(), static_cast<std::size_t>(bufferLength / 2 - 1));
+  auto* out = static_cast<SQLWCHAR*>(value);
+  for (std::size_t i = 0; i < n; ++i) out[i] = w[i];
+  out[n] = 0;
+  return n < w.size() ? PostWarning(dbc, "01004", "String data, right truncated.") : SQL_SUCCESS;
 }
 
 SQLRETURN SQL_API SQLGetFunctions(SQLHDBC handle, SQLUSMALLINT id, SQLUSMALLINT* supported) {
