@@ -62,5 +62,52 @@ TEST(DurabilityTest, KilledWriterLosesNothingThatReturned) {
   EXPECT_EQ(wb.findSheet("S")->usedRows(), static_cast<int>(rows.size()));
 }
 
+// Two processes append to one workbook at once: the file locks serialize them, so every row
+// of each lands exactly once and each writer's rows keep their order.
+TEST(DurabilityTest, TwoWritingProcessesAreSerialized) {
+  TempDir dir;
+  std::string book = dir.file("two.xls");
+  RegisterDriverOnce();
+  {
+    Connection c;
+    ASSERT_TRUE(c.Open(LibraryConnectionString(book)).ok());
+    ASSERT_TRUE(c.Exec("CREATE TABLE [S] ([who] char(255), [n] char(255))").ok());
+  }
+  const int kRows = 150;
+  pid_t writers[2];
+  for (int w = 0; w < 2; ++w) {
+    writers[w] = fork();
+    ASSERT_GE(writers[w], 0);
+    if (writers[w] == 0) {
+      Connection c;
+      if (!c.Open(LibraryConnectionString(book)).ok()) _exit(2);
+      for (int i = 0; i < kRows; ++i) {
+        std::string sql =
+            "INSERT INTO [S$A1:X1] VALUES (w" + std::to_string(w) + ", " + std::to_string(i) + ")";
+        if (!c.Exec(sql).ok()) _exit(3);
+      }
+      c.Close();
+      _exit(0);
+    }
+  }
+  for (pid_t p : writers) {
+    int status = 0;
+    waitpid(p, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  }
+  Connection c;
+  ASSERT_TRUE(c.Open(LibraryConnectionString(book)).ok());
+  auto rows = c.Query("SELECT * FROM [S]");
+  ASSERT_EQ(rows.size(), 1u + 2 * kRows);
+  int next[2] = {0, 0};
+  for (std::size_t i = 1; i < rows.size(); ++i) {
+    int w = rows[i][0] == "w1" ? 1 : 0;
+    EXPECT_EQ(rows[i][0], "w" + std::to_string(w));
+    EXPECT_EQ(rows[i][1], std::to_string(next[w]++));
+  }
+  EXPECT_EQ(next[0], kRows);
+  EXPECT_EQ(next[1], kRows);
+}
+
 }  // namespace
 }  // namespace xlsodbc::test
