@@ -7,10 +7,18 @@
 //
 // Errors: OpenEx, ExecuteSQL, CRecordset::Open, GetFieldValue and MoveNext throw
 // CDBException* (allocated with new; the catcher calls Delete()). Close never throws.
+//
+// Ownership: a CRecordset borrows its CDatabase, which must outlive it; closing the
+// database first closes every recordset still open on it, so a recordset never holds a
+// statement of a connection that is gone.
 #pragma once
+
+#include <vector>
 
 #include "platform/CString.h"
 #include "platform/Export.h"
+
+class CRecordset;
 
 class SPREADSHEET_API CDBException : public CException {
  public:
@@ -35,21 +43,29 @@ class SPREADSHEET_API CDatabase {
   CDatabase(const CDatabase&) = delete;
   CDatabase& operator=(const CDatabase&) = delete;
 
-  // Connects with a full connection string; never prompts. Throws CDBException* when
-  // the driver manager or the driver refuses. Returns TRUE when connected.
+  // Connects with a full connection string; never prompts, whatever the options. Throws
+  // CDBException* when the driver manager or the driver refuses. Returns TRUE when
+  // connected. Already connected with the same string: the connection is kept and TRUE
+  // returned; with another string the old connection is closed first.
   virtual BOOL OpenEx(LPCTSTR connectString, DWORD options = 0);
   BOOL IsOpen() const { return m_hdbc != nullptr; }
-  // Executes one statement directly; throws CDBException* on failure.
+  // Executes one statement directly, discarding any result; throws CDBException* on
+  // failure, or when not connected (SQLSTATE 08003).
   void ExecuteSQL(LPCTSTR sql);
   void Close();
+  // The connection string as the driver completed it (the one given while unconnected).
   const CString& GetConnect() const { return connect_; }
 
   void* m_hdbc = nullptr;  // SQLHDBC while connected
 
  private:
   friend class CRecordset;
-  void* henv_ = nullptr;   // SQLHENV
+  void FreeHandles();
+
+  void* henv_ = nullptr;   // SQLHENV, one per connection
   CString connect_;
+  CString requested_;      // the string OpenEx was given
+  std::vector<CRecordset*> recordsets_;  // open on this connection, closed with it
 };
 
 struct SPREADSHEET_API CODBCFieldInfo {
@@ -71,15 +87,20 @@ class SPREADSHEET_API CRecordset {
   CRecordset& operator=(const CRecordset&) = delete;
 
   // Runs the query and positions on the first record (IsEOF() when there is none).
-  // Only forwardOnly with readOnly is supported. Throws CDBException* on failure.
+  // Only forwardOnly is supported (another type raises CInvalidArgException*); the
+  // recordset is always read-only. Throws CDBException* on failure, or when the
+  // database is not connected. An open recordset is closed first.
   virtual BOOL Open(UINT openType, LPCTSTR sql, DWORD options = none);
   BOOL IsOpen() const { return hstmt_ != nullptr; }
   short GetODBCFieldCount() const { return static_cast<short>(fields_.GetSize()); }
   // Column name and type; an index outside the columns throws CInvalidArgException*.
   void GetODBCFieldInfo(short index, CODBCFieldInfo& info) const;
   // The value of column index of the current record as text; NULL reads as empty.
+  // No current record throws CDBException*; an index outside the columns
+  // CInvalidArgException*.
   void GetFieldValue(short index, CString& value);
   BOOL IsEOF() const { return eof_; }
+  // Past the last record throws CDBException*.
   void MoveNext();
   void Close();
 
@@ -88,8 +109,9 @@ class SPREADSHEET_API CRecordset {
 
   CDatabase* database_;
   void* hstmt_ = nullptr;  // SQLHSTMT while open
-  CStringArray fields_;
+  CStringArray fields_;    // column names
+  std::vector<CODBCFieldInfo> info_;
   CStringArray values_;    // the current record, read whole at each fetch
-  CStringArray nulls_;     // "1" where the value was NULL
+  std::vector<char> buffer_;  // SQLGetData's work area, kept across records
   bool eof_ = true;
 };
