@@ -248,6 +248,23 @@ TEST_F(ExecutorTest, ParametersBindInOrder) {
   EXPECT_EQ(Select("SELECT * FROM [S]"), (Rows{{"a", "b"}, {"q", "2.5"}}));
 }
 
+TEST_F(ExecutorTest, WithoutHeaderRowsEveryRowIsARecord) {
+  Ok("CREATE TABLE [S] ([a] char(255), [b] char(255))");
+  Ok("INSERT INTO [S] VALUES (1, 2)");
+  Statement st;
+  ASSERT_TRUE(ParseSql("SELECT * FROM [S] WHERE F1 = 'a'", &st).ok());
+  ExecOptions o;
+  o.firstRowHasNames = false;
+  Outcome out;
+  ASSERT_TRUE(Execute(st, o, &book_, &out).ok());
+  ASSERT_EQ(out.result->columns().size(), 2u);
+  EXPECT_EQ(out.result->columns()[1].name, "F2");
+  ASSERT_EQ(out.result->rowCount(), 1);
+  std::string v;
+  out.result->value(0, 1, &v);
+  EXPECT_EQ(v, "b");
+}
+
 // A result keeps the rows it was made from while later statements change the workbook.
 TEST_F(ExecutorTest, ResultsAreSnapshots) {
   Ok("CREATE TABLE [S] ([a] char(255))");
