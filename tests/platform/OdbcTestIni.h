@@ -36,7 +36,8 @@ inline std::string SqliteDriverLibrary() {
 
 class Config {
  public:
-  // odbcIni: the body of odbc.ini (data sources), often empty.
+  // odbcIni: the body of odbc.ini (data sources), often empty; "@DIR@" in it stands for
+  // the configuration's folder.
   static Config& Install(const std::vector<Driver>& drivers, const std::string& odbcIni = "") {
     static Config* config = new Config(drivers, odbcIni);  // lives as long as the process
     return *config;
@@ -84,7 +85,9 @@ class Config {
     ini << "[ODBC]\nTrace = Yes\nTraceFile = " << trace_ << "\n\n";
     for (const Driver& d : drivers) ini << "[" << d.name << "]\nDriver = " << d.library << "\n\n";
     ini.close();
-    std::ofstream(dir_ + "/odbc.ini") << odbcIni;
+    std::string body = odbcIni;
+    for (std::size_t at; (at = body.find("@DIR@")) != std::string::npos;) body.replace(at, 5, dir_);
+    std::ofstream(dir_ + "/odbc.ini") << body;
     setenv("ODBCSYSINI", dir_.c_str(), 1);
     setenv("ODBCINSTINI", "odbcinst.ini", 1);
     setenv("ODBCINI", (dir_ + "/odbc.ini").c_str(), 1);
