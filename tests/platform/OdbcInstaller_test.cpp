@@ -1,5 +1,8 @@
 // The installer seam: the real libodbcinst over a private odbcinst.ini, and the two
 // messages shown when the library or its function is missing.
+//
+// POSIX only: they configure unixODBC directly (Wine's installer reads its registry).
+#if !defined(_WIN32)
 #include "platform/OdbcInstaller.h"
 
 #include <dlfcn.h>
@@ -115,3 +118,5 @@ TEST_F(OdbcInstallerTest, ReplacementFunctionStandsInForTheLibrary) {
 }
 
 }  // namespace
+
+#endif  // !defined(_WIN32)
