@@ -30,7 +30,7 @@ if "$sheet" convert "$book" -s T -d ';' 2> "$dir/err"; then fail "convert overwr
 grep -q 'already holds rows' "$dir/err" || fail "refusal said: $(cat "$dir/err")"
 
 # A big sheet gets a progress line on stderr.
-python3 - "$dir/peer.db" <<'PY'
+/usr/bin/python3 - "$dir/peer.db" <<'PY'
 import sqlite3, sys
 db = sqlite3.connect(sys.argv[1])
 db.execute('CREATE TABLE "Big$A1:IV65536" (a, b)')
