@@ -27,11 +27,12 @@ using Lines = std::vector<std::string>;
 const char kPeer[] = "SQLite Excel Peer";
 const char kDesired[] = "Desired row is greater than total number of rows in spreadsheet\n";
 
-// The peer reads the database named by the data source "''" (the class's DSN='').
+// The peer reads the database named by the data source "''" (the class's DSN=''), a
+// row at a time (StepAPI), so that an error in a record surfaces while reading it.
 odbc_test::Config& Odbc() {
   return odbc_test::Config::Install({{"SQLite3 Plain", odbc_test::SqliteDriverLibrary()},
                                      {kPeer, odbc_test::SqliteDriverLibrary()}},
-                                    "['']\nDatabase = @DIR@/peer.db\n");
+                                    "['']\nDatabase = @DIR@/peer.db\nStepAPI = 1\n");
 }
 
 Lines ToLines(const CStringArray& a) {
@@ -131,6 +132,25 @@ TEST_F(ExcelPeerTest, LoadsTheSheetAsQuotedRowLines) {
   EXPECT_EQ(ToLines(a.fieldNames()), (Lines{"Name", "Qty", "Name", "Qty", "Name", "Qty"}));
   EXPECT_EQ(s.GetTotalRows(), 12);
   EXPECT_EQ(a.rowLines().GetSize(), 4);
+}
+
+TEST_F(ExcelPeerTest, AFailedRecordKeepsTheLinesReadSoFar) {
+  // The third record's Qty overflows when SQLite computes it.
+  Sql("CREATE TABLE bad_source (a)");
+  Sql("INSERT INTO bad_source VALUES (1), (2), (3), (4)");
+  Sql("CREATE VIEW [Bad$A1:IV65536] AS SELECT a AS Name, "
+      "CASE WHEN a = 3 THEN abs(-9223372036854775808) ELSE a END AS Qty FROM bad_source");
+  CSpreadSheet s(book_.c_str(), "Bad", false);
+  CSpreadSheetTestAccess a(s);
+  EXPECT_EQ(s.GetLastError(), "Error reading row\n");
+  EXPECT_EQ(ToLines(a.rowLines()), (Lines{"\"Name\",;.?\"Qty\"", "\"1\",;.?\"1\"", "\"2\",;.?\"2\""}));
+  EXPECT_EQ(s.GetTotalRows(), 3) << "the error comes with the move to the third record";
+  EXPECT_TRUE(a.appendMode());
+  EXPECT_TRUE(a.recordsetGone());
+  EXPECT_FALSE(a.connected());
+  // RollBack meets the same failure and says so in its own words.
+  EXPECT_FALSE(s.RollBack());
+  EXPECT_EQ(s.GetLastError(), "Error in returning to previous state\n");
 }
 
 TEST_F(ExcelPeerTest, WholeSheetCommitNumbersRowsAsExistingWorkbooksExpect) {
