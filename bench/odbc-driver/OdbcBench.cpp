@@ -8,6 +8,7 @@
 #include <sqlext.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -45,7 +46,11 @@ struct Odbc {
   }
   void Exec(SQLHSTMT st, const std::string& sql) {
     if (!SQL_SUCCEEDED(SQLExecDirect(st, (SQLCHAR*)sql.c_str(), SQL_NTS))) {
-      std::fprintf(stderr, "failed: %s\n", sql.c_str());
+      SQLCHAR state[6] = {0}, text[512] = {0};
+      SQLINTEGER native;
+      SQLSMALLINT len;
+      SQLGetDiagRec(SQL_HANDLE_STMT, st, 1, state, &native, text, sizeof text, &len);
+      std::fprintf(stderr, "failed: %s: %s %s\n", sql.c_str(), state, text);
       std::exit(1);
     }
   }
@@ -140,7 +145,9 @@ int main(int argc, char** argv) {
       SQLAllocHandle(SQL_HANDLE_STMT, odbc.dbc, &st);
       odbc.Exec(st, "CREATE TABLE [Sheet1] ([Name] char(255), [Qty] char(255))");
       for (long i = 0; i < n; ++i) {
-        std::string row = std::to_string(i + 4);
+        // The library's numbering (row r + 3), held inside the grid: where the row lands is
+        // decided by the sheet's last record, not by the range.
+        std::string row = std::to_string(std::min(i + 4, 65536L));
         odbc.Exec(st, "INSERT INTO [Sheet1$A" + row + ":X" + row + "] VALUES ('name " +
                           std::to_string(i) + "', '" + std::to_string(i * 7) + "')");
       }
