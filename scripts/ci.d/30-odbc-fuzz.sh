@@ -10,10 +10,6 @@ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DSPREADSHEET_FUZZ=ON -DSPREADSHEET_SANITIZE=ON \
   -DSPREADSHEET_BUILD_TESTS=OFF -DSPREADSHEET_BUILD_BENCH=OFF >/dev/null
-if ! ninja -C "$build" -t targets all | grep -q '^sql_fuzzer:'; then
-  echo "odbc fuzz: skipped, the driver is left out of this tree (no xls codec yet)"
-  exit 0
-fi
 cmake --build "$build" --target sql_fuzzer
 corpus=$(mktemp -d)
 trap 'rm -rf "$corpus"' EXIT
