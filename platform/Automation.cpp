@@ -56,11 +56,11 @@ COleVariant::COleVariant(LPCTSTR text) {
 
 COleVariant::COleVariant(const COleVariant& other) {
   VariantInit(&v_);
-  if (FAILED(VariantCopy(&v_, &other.v_))) AfxThrowMemoryException();
+  if (FAILED(VariantCopy(&v_, const_cast<VARIANT*>(&other.v_)))) AfxThrowMemoryException();
 }
 
 COleVariant& COleVariant::operator=(const COleVariant& other) {
-  if (this != &other && FAILED(VariantCopy(&v_, &other.v_))) AfxThrowMemoryException();
+  if (this != &other && FAILED(VariantCopy(&v_, const_cast<VARIANT*>(&other.v_)))) AfxThrowMemoryException();
   return *this;
 }
 
@@ -115,7 +115,14 @@ void COleDispatchDriver::Invoke(DISPID member, WORD flags, const VARIANT* args, 
   VARIANT out;
   VariantInit(&out);
   EXCEPINFO info{};
+#if defined(_WIN32)
+  UINT badArgument = 0;
+  HRESULT hr = m_lpDispatch->Invoke(member, GUID{}, LOCALE_USER_DEFAULT, flags, &params, &out,
+                                    &info, &badArgument);
+  if (hr == DISP_E_EXCEPTION && info.pfnDeferredFillIn != nullptr) info.pfnDeferredFillIn(&info);
+#else
   HRESULT hr = m_lpDispatch->Invoke(member, flags, &params, &out, &info);
+#endif
   if (FAILED(hr)) {
     VariantClear(&out);
     CString description;

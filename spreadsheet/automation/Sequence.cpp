@@ -161,7 +161,7 @@ void CSpreadSheet::endTable(CString tableName) {
   TakeRange(worksheet, range, "A1", bottomRight);
   VARIANT copy;
   VariantInit(&copy);
-  if (FAILED(VariantCopy(&copy, &valueArray.get()))) AfxThrowMemoryException();
+  if (FAILED(VariantCopy(&copy, const_cast<VARIANT*>(&valueArray.get())))) AfxThrowMemoryException();
   try {
     range.SetProperty(kValue2, copy);
   } catch (...) {
