@@ -48,13 +48,19 @@ std::string HandOffFolder() {
   return "/tmp";
 }
 
+// xdg-open may run the application in the foreground: start it from a short-lived child
+// so the caller never waits for the user to close the workbook.
 void Open(const std::string& path) {
-  const char* argv[] = {"xdg-open", path.c_str(), nullptr};
+  const char* argv[] = {"sh", "-c", "xdg-open \"$0\" >/dev/null 2>&1 </dev/null &", path.c_str(), nullptr};
+  posix_spawnattr_t attr;
+  posix_spawnattr_init(&attr);
+  posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSID);
   pid_t pid;
-  if (posix_spawnp(&pid, "xdg-open", nullptr, nullptr, const_cast<char* const*>(argv), environ) == 0) {
+  if (posix_spawnp(&pid, "sh", nullptr, &attr, const_cast<char* const*>(argv), environ) == 0) {
     int status;
-    waitpid(pid, &status, 0);
+    waitpid(pid, &status, 0);  // the shell returns at once; xdg-open runs on its own
   }
+  posix_spawnattr_destroy(&attr);
 }
 
 }  // namespace
