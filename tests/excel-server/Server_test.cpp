@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -24,6 +25,8 @@ class ServerTest : public ::testing::Test {
     setenv("SPREADSHEET_AUTOMATION_SERVER", EXCEL_SERVER_PATH, 1);
     setenv("SPREADSHEET_EXCEL_HANDOFF", "", 1);
     unsetenv("SPREADSHEET_AUTOMATION_DISABLE");
+    unsetenv("DISPLAY");  // never launch a viewer from a test
+    unsetenv("WAYLAND_DISPLAY");
     ASSERT_TRUE(app.CreateDispatch("Excel.Application"));
     books.AttachDispatch(app.GetDispatchProperty(kWorkbooks));
     COleVariant missing;
@@ -201,6 +204,34 @@ TEST_F(ServerTest, VisibleHandsTheWorkbookToTheNamedFile) {
   COleVariant yes(1, VT_BOOL);
   app.SetProperty(kVisible, yes.get());
   EXPECT_EQ(Model().sheets().size(), 3u);
+}
+
+TEST_F(ServerTest, VisibleSavesABookNamedFileInTheRuntimeFolder) {
+  namespace fs = std::filesystem;
+  fs::path folder = fs::temp_directory_path() / ("handoff-" + std::to_string(::getpid()));
+  fs::create_directories(folder);
+  unsetenv("SPREADSHEET_EXCEL_HANDOFF");
+  unsetenv("DISPLAY");
+  unsetenv("WAYLAND_DISPLAY");
+  setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
+  std::string name;
+  xls::Workbook wb;
+  ASSERT_TRUE(LastServerWorkbook(&wb, &name));
+  auto [status, description] = Failure([&] { app.SetProperty(kVisible, COleVariant(1, VT_BOOL).get()); });
+  std::vector<std::string> files;
+  for (const auto& entry : fs::directory_iterator(folder)) files.push_back(entry.path().filename().string());
+  if (status != 0) {
+    // A codec without a writer: the failure says so and leaves no half-made file behind.
+    EXPECT_EQ(status, DISP_E_EXCEPTION);
+    EXPECT_NE(description.find("no workbook writer"), std::string::npos) << description;
+    EXPECT_TRUE(files.empty());
+  } else {
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_EQ(files[0], name + ".xls");
+  }
+  setenv("SPREADSHEET_EXCEL_HANDOFF", "", 1);
+  unsetenv("XDG_RUNTIME_DIR");
+  fs::remove_all(folder);
 }
 
 TEST(ServerCreation, DisabledOrMissingServerFailsLikeNoExcel) {

@@ -56,6 +56,8 @@ class SequenceTest : public ::testing::Test {
     setenv("SPREADSHEET_AUTOMATION_SERVER", EXCEL_SERVER_PATH, 1);
     setenv("SPREADSHEET_EXCEL_HANDOFF", "", 1);
     unsetenv("SPREADSHEET_AUTOMATION_DISABLE");
+    unsetenv("DISPLAY");  // never launch a viewer from a test
+    unsetenv("WAYLAND_DISPLAY");
     dir = fs::temp_directory_path() / ("automation-" + std::to_string(::getpid()));
     fs::create_directories(dir);
     previous = platform::SetMessageBoxHook(&RecordBox, &shown);
