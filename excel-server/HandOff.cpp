@@ -51,7 +51,8 @@ std::string HandOffFolder() {
 // xdg-open may run the application in the foreground: start it from a short-lived child
 // so the caller never waits for the user to close the workbook.
 void Open(const std::string& path) {
-  const char* argv[] = {"sh", "-c", "xdg-open \"$0\" >/dev/null 2>&1 </dev/null &", path.c_str(), nullptr};
+  const char* argv[] = {"sh", "-c", "xdg-open \"$0\" >/dev/null 2>&1 </dev/null &", path.c_str(),
+                        nullptr};
   posix_spawnattr_t attr;
   posix_spawnattr_init(&attr);
   posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSID);
@@ -88,7 +89,8 @@ std::string HandOff(const Instance& app) {
     // BookN.xls, or BookN-2.xls, ... when a file of that name is already there.
     std::string path;
     for (int attempt = 1; attempt < 1000; ++attempt) {
-      path = folder + "/" + book->name + (attempt > 1 ? "-" + std::to_string(attempt) : "") + ".xls";
+      path =
+          folder + "/" + book->name + (attempt > 1 ? "-" + std::to_string(attempt) : "") + ".xls";
       int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
       if (fd >= 0) {
         close(fd);
@@ -118,7 +120,7 @@ bool ExcelServerLastWorkbook(xls::Workbook* out, std::string* name) {
 }
 
 extern "C" __attribute__((visibility("default"))) HRESULT AutomationServerCreate(const char* progId,
-                                                                                  IDispatch** out) {
+                                                                                 IDispatch** out) {
   if (out == nullptr) return E_INVALIDARG;
   *out = nullptr;
   if (progId == nullptr || std::strcmp(progId, "Excel.Application") != 0) return CO_E_CLASSSTRING;

@@ -25,4 +25,4 @@ std::string HandOff(const Instance& app);
 // For tests in the same process: a copy of the workbook most recently added by any
 // Application, and its name; false when none was added.
 extern "C" __attribute__((visibility("default"))) bool ExcelServerLastWorkbook(xls::Workbook* out,
-                                                                                std::string* name);
+                                                                               std::string* name);

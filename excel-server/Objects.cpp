@@ -11,10 +11,23 @@ namespace {
 
 // DISPIDs of the Excel type library.
 enum : DISPID {
-  kBold = 0x60, kName = 0x6E, kWeight = 0x78, kVerticalAlignment = 0x89, kFont = 0x92,
-  kItem = 0xAA, kAdd = 0xB5, kRange = 0xC5, kAutoFit = 0xED, kEntireColumn = 0xF6,
-  kResize = 0x100, kBorders = 0x1B3, kSheets = 0x1E5, kVisible = 0x22E, kWorkbooks = 0x23C,
-  kUserControl = 0x4BA, kValue2 = 0x56C
+  kBold = 0x60,
+  kName = 0x6E,
+  kWeight = 0x78,
+  kVerticalAlignment = 0x89,
+  kFont = 0x92,
+  kItem = 0xAA,
+  kAdd = 0xB5,
+  kRange = 0xC5,
+  kAutoFit = 0xED,
+  kEntireColumn = 0xF6,
+  kResize = 0x100,
+  kBorders = 0x1B3,
+  kSheets = 0x1E5,
+  kVisible = 0x22E,
+  kWorkbooks = 0x23C,
+  kUserControl = 0x4BA,
+  kValue2 = 0x56C
 };
 
 constexpr int kXlCenter = -4108, kXlTop = -4160, kXlBottom = -4107, kXlJustify = -4130;
@@ -27,10 +40,14 @@ bool IsMissing(const VARIANT* v) {
 
 long ToLong(const VARIANT* v, const char* what) {
   switch (v->vt) {
-    case VT_I2: return v->iVal;
-    case VT_I4: return v->lVal;
-    case VT_BOOL: return v->boolVal ? -1 : 0;
-    default: Fail(std::string("Type mismatch: ") + what + " needs a number");
+    case VT_I2:
+      return v->iVal;
+    case VT_I4:
+      return v->lVal;
+    case VT_BOOL:
+      return v->boolVal ? -1 : 0;
+    default:
+      Fail(std::string("Type mismatch: ") + what + " needs a number");
   }
 }
 
@@ -73,24 +90,35 @@ void Restyle(xls::Workbook& wb, int sheet, const Area& a, Change change) {
 
 class Borders : public Object {
  public:
-  Borders(BookRef book, int sheet, Area area) : book_(std::move(book)), sheet_(sheet), area_(area) {}
+  Borders(BookRef book, int sheet, Area area)
+      : book_(std::move(book)), sheet_(sheet), area_(area) {}
 
  protected:
-  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args, VARIANT*) override {
+  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args,
+               VARIANT*) override {
     if (member != kWeight || !(flags & DISPATCH_PROPERTYPUT)) return DISP_E_MEMBERNOTFOUND;
     Expect(args, 1);
     xls::Border weight;
     switch (ToLong(args[0], "Weight")) {
-      case 1: weight = xls::Border::kHair; break;
-      case 2: weight = xls::Border::kThin; break;
-      case -4138: case 3: weight = xls::Border::kMedium; break;
-      case 4: weight = xls::Border::kThick; break;
-      default: Fail("Unable to set the Weight property of the Borders class");
+      case 1:
+        weight = xls::Border::kHair;
+        break;
+      case 2:
+        weight = xls::Border::kThin;
+        break;
+      case -4138:
+      case 3:
+        weight = xls::Border::kMedium;
+        break;
+      case 4:
+        weight = xls::Border::kThick;
+        break;
+      default:
+        Fail("Unable to set the Weight property of the Borders class");
     }
     // The Borders collection of a range covers its outer edges and its inner lines.
-    Restyle(book_->workbook, sheet_, area_, [weight](xls::Style& s) {
-      s.left = s.right = s.top = s.bottom = weight;
-    });
+    Restyle(book_->workbook, sheet_, area_,
+            [weight](xls::Style& s) { s.left = s.right = s.top = s.bottom = weight; });
     return S_OK;
   }
 
@@ -105,7 +133,8 @@ class Font : public Object {
   Font(BookRef book, int sheet, Area area) : book_(std::move(book)), sheet_(sheet), area_(area) {}
 
  protected:
-  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args, VARIANT*) override {
+  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args,
+               VARIANT*) override {
     if (member != kBold || !(flags & DISPATCH_PROPERTYPUT)) return DISP_E_MEMBERNOTFOUND;
     Expect(args, 1);
     bool bold = ToBool(args[0], "Bold");
@@ -124,7 +153,8 @@ class Range : public Object {
   Range(BookRef book, int sheet, Area area) : book_(std::move(book)), sheet_(sheet), area_(area) {}
 
  protected:
-  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args, VARIANT* result) override {
+  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args,
+               VARIANT* result) override {
     xls::Workbook& wb = book_->workbook;
     if (member == kFont && (flags & DISPATCH_PROPERTYGET)) {
       Expect(args, 0);
@@ -134,13 +164,16 @@ class Range : public Object {
       ReturnObject(result, new Borders(book_, sheet_, area_));
     } else if (member == kEntireColumn && (flags & DISPATCH_PROPERTYGET)) {
       Expect(args, 0);
-      ReturnObject(result, new Range(book_, sheet_, Area{0, area_.left, xls::kMaxRows - 1, area_.right}));
+      ReturnObject(result,
+                   new Range(book_, sheet_, Area{0, area_.left, xls::kMaxRows - 1, area_.right}));
     } else if (member == kResize && (flags & DISPATCH_PROPERTYGET)) {
       Expect(args, 2);
       Area a = area_;
       if (!IsMissing(args[0])) a.bottom = a.top + static_cast<int>(ToLong(args[0], "RowSize")) - 1;
-      if (!IsMissing(args[1])) a.right = a.left + static_cast<int>(ToLong(args[1], "ColumnSize")) - 1;
-      if (a.bottom < a.top || a.right < a.left || a.bottom >= xls::kMaxRows || a.right >= xls::kMaxColumns)
+      if (!IsMissing(args[1]))
+        a.right = a.left + static_cast<int>(ToLong(args[1], "ColumnSize")) - 1;
+      if (a.bottom < a.top || a.right < a.left || a.bottom >= xls::kMaxRows ||
+          a.right >= xls::kMaxColumns)
         Fail("Application-defined or object-defined error");
       ReturnObject(result, new Range(book_, sheet_, a));
     } else if (member == kAutoFit && (flags & DISPATCH_METHOD)) {
@@ -154,11 +187,20 @@ class Range : public Object {
       Expect(args, 1);
       xls::VAlign v;
       switch (ToLong(args[0], "VerticalAlignment")) {
-        case kXlCenter: v = xls::VAlign::kCenter; break;
-        case kXlTop: v = xls::VAlign::kTop; break;
-        case kXlBottom: v = xls::VAlign::kBottom; break;
-        case kXlJustify: v = xls::VAlign::kJustify; break;
-        default: Fail("Unable to set the VerticalAlignment property of the Range class");
+        case kXlCenter:
+          v = xls::VAlign::kCenter;
+          break;
+        case kXlTop:
+          v = xls::VAlign::kTop;
+          break;
+        case kXlBottom:
+          v = xls::VAlign::kBottom;
+          break;
+        case kXlJustify:
+          v = xls::VAlign::kJustify;
+          break;
+        default:
+          Fail("Unable to set the VerticalAlignment property of the Range class");
       }
       Restyle(wb, sheet_, area_, [v](xls::Style& s) { s.vertical = v; });
     } else if (member == kValue2 && (flags & DISPATCH_PROPERTYPUT)) {
@@ -185,7 +227,8 @@ class Range : public Object {
           cell.text = ToText(v);
         }
         break;
-      case VT_I2: case VT_I4:
+      case VT_I2:
+      case VT_I4:
         cell.type = xls::CellType::kNumber;
         cell.number = static_cast<double>(ToLong(v, "Value2"));
         break;
@@ -193,7 +236,8 @@ class Range : public Object {
         cell.type = xls::CellType::kBoolean;
         cell.number = v->boolVal ? 1 : 0;
         break;
-      default: break;
+      default:
+        break;
     }
   }
 
@@ -226,8 +270,9 @@ class Range : public Object {
       for (int r = area_.top; r <= area_.bottom && r < s.extentRows(); ++r) {
         const xls::Cell& cell = s.at(r, c);
         std::string shown = cell.type == xls::CellType::kText ? cell.text
-                            : cell.type == xls::CellType::kEmpty ? std::string()
-                            : std::to_string(static_cast<long long>(cell.number));
+                            : cell.type == xls::CellType::kEmpty
+                                ? std::string()
+                                : std::to_string(static_cast<long long>(cell.number));
         width = std::max(width, FitWidth(shown));
       }
       s.setColumnWidth(c, width);  // 0: an empty column goes back to the standard width
@@ -244,7 +289,8 @@ class Worksheet : public Object {
   Worksheet(BookRef book, int sheet) : book_(std::move(book)), sheet_(sheet) {}
 
  protected:
-  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args, VARIANT* result) override {
+  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args,
+               VARIANT* result) override {
     xls::Workbook& wb = book_->workbook;
     if (member == kName && (flags & DISPATCH_PROPERTYPUT)) {
       Expect(args, 1);
@@ -268,7 +314,8 @@ class Worksheet : public Object {
         c2 = a.left;
       }
       if (!ok) Fail("Method 'Range' of object '_Worksheet' failed");
-      Area area{std::min(a.top, r2), std::min(a.left, c2), std::max(a.top, r2), std::max(a.left, c2)};
+      Area area{std::min(a.top, r2), std::min(a.left, c2), std::max(a.top, r2),
+                std::max(a.left, c2)};
       ReturnObject(result, new Range(book_, sheet_, area));
     } else {
       return DISP_E_MEMBERNOTFOUND;
@@ -286,7 +333,8 @@ class Sheets : public Object {
   explicit Sheets(BookRef book) : book_(std::move(book)) {}
 
  protected:
-  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args, VARIANT* result) override {
+  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args,
+               VARIANT* result) override {
     if (member != kItem || !(flags & DISPATCH_PROPERTYGET)) return DISP_E_MEMBERNOTFOUND;
     Expect(args, 1);
     int index = -1;
@@ -295,7 +343,8 @@ class Sheets : public Object {
       if (s != nullptr) index = static_cast<int>(s - book_->workbook.sheets().data());
     } else {
       long i = ToLong(args[0], "Index");
-      if (i >= 1 && i <= static_cast<long>(book_->workbook.sheets().size())) index = static_cast<int>(i - 1);
+      if (i >= 1 && i <= static_cast<long>(book_->workbook.sheets().size()))
+        index = static_cast<int>(i - 1);
     }
     if (index < 0) Fail("Invalid index.");
     ReturnObject(result, new Worksheet(book_, index));
@@ -311,7 +360,8 @@ class Workbook : public Object {
   explicit Workbook(BookRef book) : book_(std::move(book)) {}
 
  protected:
-  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args, VARIANT* result) override {
+  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args,
+               VARIANT* result) override {
     if (member != kSheets || !(flags & DISPATCH_PROPERTYGET)) return DISP_E_MEMBERNOTFOUND;
     Expect(args, 0);
     ReturnObject(result, new Sheets(book_));
@@ -327,10 +377,12 @@ class Workbooks : public Object {
   explicit Workbooks(std::shared_ptr<Instance> app) : app_(std::move(app)) {}
 
  protected:
-  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args, VARIANT* result) override {
+  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args,
+               VARIANT* result) override {
     if (member != kAdd || !(flags & DISPATCH_METHOD)) return DISP_E_MEMBERNOTFOUND;
     if (args.size() > 1) throw DISP_E_BADPARAMCOUNT;
-    if (!args.empty() && !IsMissing(args[0])) Fail("Adding a workbook from a template is not supported");
+    if (!args.empty() && !IsMissing(args[0]))
+      Fail("Adding a workbook from a template is not supported");
     auto book = std::make_shared<Book>();
     book->name = "Book" + std::to_string(NextBookNumber());
     // A new workbook has the default three sheets.
@@ -350,7 +402,8 @@ class Application : public Object {
   Application() : app_(std::make_shared<Instance>()) {}
 
  protected:
-  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args, VARIANT* result) override {
+  HRESULT Call(DISPID member, WORD flags, const std::vector<const VARIANT*>& args,
+               VARIANT* result) override {
     if (member == kWorkbooks && (flags & DISPATCH_PROPERTYGET)) {
       Expect(args, 0);
       ReturnObject(result, new Workbooks(app_));
@@ -385,7 +438,8 @@ ULONG Object::Release() {
   return left;
 }
 
-HRESULT Object::Invoke(DISPID member, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception) {
+HRESULT Object::Invoke(DISPID member, WORD flags, DISPPARAMS* params, VARIANT* result,
+                       EXCEPINFO* exception) {
   if (result != nullptr) VariantInit(result);
   std::vector<const VARIANT*> args;
   if (params != nullptr)
@@ -413,7 +467,9 @@ IDispatch* NewApplication() { return new Application(); }
 
 bool ParseCellAddress(const std::string& text, int* row, int* column) {
   std::size_t i = 0;
-  auto skipDollar = [&] { if (i < text.size() && text[i] == '$') ++i; };
+  auto skipDollar = [&] {
+    if (i < text.size() && text[i] == '$') ++i;
+  };
   skipDollar();
   long c = 0;
   std::size_t letters = 0;
@@ -422,7 +478,8 @@ bool ParseCellAddress(const std::string& text, int* row, int* column) {
   skipDollar();
   long r = 0;
   std::size_t digits = 0;
-  for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])) && digits < 7; ++i, ++digits)
+  for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])) && digits < 7;
+       ++i, ++digits)
     r = r * 10 + (text[i] - '0');
   if (letters == 0 || letters > 2 || digits == 0 || i != text.size()) return false;
   if (c > xls::kMaxColumns || r < 1 || r > xls::kMaxRows) return false;

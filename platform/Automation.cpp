@@ -44,8 +44,10 @@ CString AutomationTextFromString(BSTR value) {
 COleVariant::COleVariant(short value, VARTYPE type) {
   VariantInit(&v_);
   v_.vt = type;
-  if (type == VT_BOOL) v_.boolVal = value ? VARIANT_TRUE : VARIANT_FALSE;
-  else v_.iVal = value;
+  if (type == VT_BOOL)
+    v_.boolVal = value ? VARIANT_TRUE : VARIANT_FALSE;
+  else
+    v_.iVal = value;
 }
 
 COleVariant::COleVariant(LPCTSTR text) {
@@ -60,7 +62,8 @@ COleVariant::COleVariant(const COleVariant& other) {
 }
 
 COleVariant& COleVariant::operator=(const COleVariant& other) {
-  if (this != &other && FAILED(VariantCopy(&v_, const_cast<VARIANT*>(&other.v_)))) AfxThrowMemoryException();
+  if (this != &other && FAILED(VariantCopy(&v_, const_cast<VARIANT*>(&other.v_))))
+    AfxThrowMemoryException();
   return *this;
 }
 
@@ -136,11 +139,14 @@ void COleDispatchDriver::Invoke(DISPID member, WORD flags, const VARIANT* args, 
     SysFreeString(info.bstrDescription);
     AfxThrowOleDispatchException(code, description.GetString());
   }
-  if (result != nullptr) *result = out;
-  else VariantClear(&out);
+  if (result != nullptr)
+    *result = out;
+  else
+    VariantClear(&out);
 }
 
-IDispatch* COleDispatchDriver::GetDispatchProperty(DISPID member, const VARIANT* args, UINT argCount) {
+IDispatch* COleDispatchDriver::GetDispatchProperty(DISPID member, const VARIANT* args,
+                                                   UINT argCount) {
   VARIANT out;
   Invoke(member, DISPATCH_PROPERTYGET, args, argCount, &out);
   if (out.vt != VT_DISPATCH || out.pdispVal == nullptr) {

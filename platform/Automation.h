@@ -32,7 +32,8 @@ class SPREADSHEET_API COleDispatchException : public CException {
 };
 
 [[noreturn]] SPREADSHEET_API void AfxThrowOleException(SCODE status);
-[[noreturn]] SPREADSHEET_API void AfxThrowOleDispatchException(HRESULT status, const char* description);
+[[noreturn]] SPREADSHEET_API void AfxThrowOleDispatchException(HRESULT status,
+                                                               const char* description);
 
 #if !defined(_WIN32)
 // Enters the calling thread into the automation apartment; always succeeds here.
@@ -43,7 +44,7 @@ class SPREADSHEET_API COleVariant {
  public:
   COleVariant() { VariantInit(&v_); }
   COleVariant(short value, VARTYPE type);  // VT_I2 or VT_BOOL
-  COleVariant(LPCTSTR text);              // VT_BSTR
+  COleVariant(LPCTSTR text);               // VT_BSTR
   COleVariant(const COleVariant& other);
   COleVariant& operator=(const COleVariant& other);
   ~COleVariant() { VariantClear(&v_); }

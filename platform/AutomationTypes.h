@@ -6,9 +6,9 @@
 #pragma once
 
 #if defined(_WIN32)
-#include "platform/WinTypes.h"
 #include <ole2.h>
 #include <oleauto.h>
+#include "platform/WinTypes.h"
 #else
 #include <cstdint>
 #include <cstdlib>
@@ -28,8 +28,15 @@ constexpr VARIANT_BOOL VARIANT_TRUE = -1;
 constexpr VARIANT_BOOL VARIANT_FALSE = 0;
 
 enum : VARTYPE {
-  VT_EMPTY = 0, VT_I2 = 2, VT_I4 = 3, VT_BSTR = 8, VT_DISPATCH = 9, VT_ERROR = 10,
-  VT_BOOL = 11, VT_VARIANT = 12, VT_ARRAY = 0x2000
+  VT_EMPTY = 0,
+  VT_I2 = 2,
+  VT_I4 = 3,
+  VT_BSTR = 8,
+  VT_DISPATCH = 9,
+  VT_ERROR = 10,
+  VT_BOOL = 11,
+  VT_VARIANT = 12,
+  VT_ARRAY = 0x2000
 };
 enum : WORD { DISPATCH_METHOD = 1, DISPATCH_PROPERTYGET = 2, DISPATCH_PROPERTYPUT = 4 };
 constexpr DISPID DISPID_PROPERTYPUT = -3;
@@ -108,8 +115,10 @@ inline BSTR SysAllocStringLen(const OLECHAR* s, UINT length) {
   if (block == nullptr) return nullptr;
   std::memcpy(block, &length, sizeof(UINT));
   BSTR b = reinterpret_cast<BSTR>(static_cast<char*>(block) + sizeof(UINT) * 2);
-  if (s != nullptr) std::memcpy(b, s, length * sizeof(OLECHAR));
-  else std::memset(b, 0, length * sizeof(OLECHAR));
+  if (s != nullptr)
+    std::memcpy(b, s, length * sizeof(OLECHAR));
+  else
+    std::memset(b, 0, length * sizeof(OLECHAR));
   b[length] = 0;
   return b;
 }
@@ -127,9 +136,7 @@ inline UINT SysStringLen(BSTR b) {
 inline void SysFreeString(BSTR b) {
   if (b != nullptr) std::free(reinterpret_cast<char*>(b) - sizeof(UINT) * 2);
 }
-inline void VariantInit(VARIANT* v) {
-  std::memset(static_cast<void*>(v), 0, sizeof(VARIANT));
-}
+inline void VariantInit(VARIANT* v) { std::memset(static_cast<void*>(v), 0, sizeof(VARIANT)); }
 inline void SafeArrayDestroyData2D(SAFEARRAY* a) {
   if (a == nullptr) return;
   for (ULONG i = 0; i < a->rows * a->columns; ++i) SysFreeString(a->data[i]);
@@ -137,9 +144,12 @@ inline void SafeArrayDestroyData2D(SAFEARRAY* a) {
   std::free(a);
 }
 inline HRESULT VariantClear(VARIANT* v) {
-  if (v->vt == VT_BSTR) SysFreeString(v->bstrVal);
-  else if (v->vt == VT_DISPATCH && v->pdispVal != nullptr) v->pdispVal->Release();
-  else if (v->vt == (VT_ARRAY | VT_BSTR)) SafeArrayDestroyData2D(v->parray);
+  if (v->vt == VT_BSTR)
+    SysFreeString(v->bstrVal);
+  else if (v->vt == VT_DISPATCH && v->pdispVal != nullptr)
+    v->pdispVal->Release();
+  else if (v->vt == (VT_ARRAY | VT_BSTR))
+    SafeArrayDestroyData2D(v->parray);
   VariantInit(v);
   return S_OK;
 }
@@ -148,7 +158,8 @@ inline SAFEARRAY* SafeArrayCreate2D(ULONG rows, ULONG columns) {
   if (a == nullptr) return nullptr;
   a->rows = rows;
   a->columns = columns;
-  a->data = static_cast<BSTR*>(std::calloc(static_cast<std::size_t>(rows) * columns + 1, sizeof(BSTR)));
+  a->data =
+      static_cast<BSTR*>(std::calloc(static_cast<std::size_t>(rows) * columns + 1, sizeof(BSTR)));
   if (a->data == nullptr) {
     std::free(a);
     return nullptr;

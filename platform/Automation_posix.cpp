@@ -25,7 +25,8 @@ AutomationServerFactory LoadServer() {
       return nullptr;
     path = self.dli_fname;
     std::size_t slash = path.rfind('/');
-    path = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + "libexcelserver.so";
+    path = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) +
+           "libexcelserver.so";
   }
   void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) return nullptr;
@@ -98,7 +99,9 @@ void COleSafeArray::GetElement(const long* index, BSTR* value) const {
 
 long COleSafeArray::GetDim() const { return v_.vt == (VT_ARRAY | VT_BSTR) ? 2 : 0; }
 long COleSafeArray::GetRows() const { return GetDim() ? static_cast<long>(v_.parray->rows) : 0; }
-long COleSafeArray::GetColumns() const { return GetDim() ? static_cast<long>(v_.parray->columns) : 0; }
+long COleSafeArray::GetColumns() const {
+  return GetDim() ? static_cast<long>(v_.parray->columns) : 0;
+}
 
 VARIANT COleSafeArray::Detach() {
   VARIANT out = v_;

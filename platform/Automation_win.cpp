@@ -18,7 +18,9 @@ BOOL COleDispatchDriver::CreateDispatch(LPCTSTR progId, COleException* error) {
   CLSID clsid;
   HRESULT hr = CLSIDFromProgID(wide.c_str(), &clsid);
   IUnknown* unknown = nullptr;
-  if (SUCCEEDED(hr)) hr = CoCreateInstance(clsid, nullptr, CLSCTX_SERVER, kIUnknown, reinterpret_cast<void**>(&unknown));
+  if (SUCCEEDED(hr))
+    hr = CoCreateInstance(clsid, nullptr, CLSCTX_SERVER, kIUnknown,
+                          reinterpret_cast<void**>(&unknown));
   IDispatch* dispatch = nullptr;
   if (SUCCEEDED(hr)) {
     hr = unknown->QueryInterface(kIDispatch, reinterpret_cast<void**>(&dispatch));

@@ -14,15 +14,30 @@ const char* const kRmsHeadings[] = {
     "MTM Limit", "Deposit Amount", "Span Margin", "Exposure Margin", "Margin Benefit",
     "Square Off On MtoM Exceed", "Force Square Off Mode", "Include Open Position"};
 
-const char* const kPriceProtectionHeadings[] = {
-    "User ID", "Exchange", "Segment", "Stock", "Index", "Option", "Interval",
-    "Market Price [0 to 5]", "Market Price [Above 5 to 50]", "Market Price [Above 50 to 100]",
-    "Market Price [Above 100]"};
+const char* const kPriceProtectionHeadings[] = {"User ID",
+                                                "Exchange",
+                                                "Segment",
+                                                "Stock",
+                                                "Index",
+                                                "Option",
+                                                "Interval",
+                                                "Market Price [0 to 5]",
+                                                "Market Price [Above 5 to 50]",
+                                                "Market Price [Above 50 to 100]",
+                                                "Market Price [Above 100]"};
 
-const char* const kScriptValidationHeadings[] = {
-    "User ID", "Exchange", "Script", "Buy Value (Lack)", "Sell Value (Lack)", "Net Value (Lack)",
-    "TurnOver (Lack)", "Buy Qty", "Sell Qty", "Net Qty", "Force Square Off Mode",
-    "Include Open Position"};
+const char* const kScriptValidationHeadings[] = {"User ID",
+                                                 "Exchange",
+                                                 "Script",
+                                                 "Buy Value (Lack)",
+                                                 "Sell Value (Lack)",
+                                                 "Net Value (Lack)",
+                                                 "TurnOver (Lack)",
+                                                 "Buy Qty",
+                                                 "Sell Qty",
+                                                 "Net Qty",
+                                                 "Force Square Off Mode",
+                                                 "Include Open Position"};
 
 template <std::size_t N>
 void Load(CStringArray& names, const char* const (&headings)[N]) {

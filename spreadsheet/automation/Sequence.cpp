@@ -15,14 +15,27 @@
 namespace {
 
 enum : DISPID {
-  kBold = 0x60, kName = 0x6E, kWeight = 0x78, kVerticalAlignment = 0x89, kFont = 0x92,
-  kItem = 0xAA, kAdd = 0xB5, kRange = 0xC5, kAutoFit = 0xED, kEntireColumn = 0xF6,
-  kResize = 0x100, kBorders = 0x1B3, kSheets = 0x1E5, kVisible = 0x22E, kWorkbooks = 0x23C,
-  kUserControl = 0x4BA, kValue2 = 0x56C
+  kBold = 0x60,
+  kName = 0x6E,
+  kWeight = 0x78,
+  kVerticalAlignment = 0x89,
+  kFont = 0x92,
+  kItem = 0xAA,
+  kAdd = 0xB5,
+  kRange = 0xC5,
+  kAutoFit = 0xED,
+  kEntireColumn = 0xF6,
+  kResize = 0x100,
+  kBorders = 0x1B3,
+  kSheets = 0x1E5,
+  kVisible = 0x22E,
+  kWorkbooks = 0x23C,
+  kUserControl = 0x4BA,
+  kValue2 = 0x56C
 };
 constexpr short kXlCenter = -4108;
 constexpr short kHeaderWeight = 3;
-constexpr short kDataWeight = 2;  // xlThin
+constexpr short kDataWeight = 2;                                    // xlThin
 constexpr HRESULT kNotStarted = static_cast<HRESULT>(0x8000FFFFu);  // E_UNEXPECTED
 
 // The creation error records and the arrays handed to Excel are never disposed of by the
@@ -81,7 +94,8 @@ void CSpreadSheet::initExcel(CString) {
   if (!excelApp.CreateDispatch("Excel.Application", error)) {
     char buffer[1024] = {};
     error->GetErrorMessage(buffer, sizeof buffer);  // kept for a debugger, not shown
-    platform::ShowMessageBox("Couldn't start Excel and get Application object.", "", platform::kMbOk);
+    platform::ShowMessageBox("Couldn't start Excel and get Application object.", "",
+                             platform::kMbOk);
     return;
   }
   workbooks.AttachDispatch(excelApp.GetDispatchProperty(kWorkbooks));
@@ -149,7 +163,7 @@ void CSpreadSheet::endTable(CString tableName) {
   CString last;
   short sheetIndex = 0;
   if (Layout(tableName, &tableColumns, &last, &sheetIndex)) {
-    tableRows = tableName == "RMS" ? rmsRows
+    tableRows = tableName == "RMS"                ? rmsRows
                 : tableName == "Price Protection" ? priceProtectionRows
                                                   : scriptValidationRows;
   }
@@ -161,7 +175,8 @@ void CSpreadSheet::endTable(CString tableName) {
   TakeRange(worksheet, range, "A1", bottomRight);
   VARIANT copy;
   VariantInit(&copy);
-  if (FAILED(VariantCopy(&copy, const_cast<VARIANT*>(&valueArray.get())))) AfxThrowMemoryException();
+  if (FAILED(VariantCopy(&copy, const_cast<VARIANT*>(&valueArray.get()))))
+    AfxThrowMemoryException();
   try {
     range.SetProperty(kValue2, copy);
   } catch (...) {

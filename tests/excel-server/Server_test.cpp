@@ -13,9 +13,21 @@
 namespace {
 
 enum : DISPID {
-  kBold = 0x60, kName = 0x6E, kWeight = 0x78, kVerticalAlignment = 0x89, kFont = 0x92,
-  kItem = 0xAA, kAdd = 0xB5, kRange = 0xC5, kAutoFit = 0xED, kEntireColumn = 0xF6,
-  kResize = 0x100, kBorders = 0x1B3, kSheets = 0x1E5, kVisible = 0x22E, kWorkbooks = 0x23C,
+  kBold = 0x60,
+  kName = 0x6E,
+  kWeight = 0x78,
+  kVerticalAlignment = 0x89,
+  kFont = 0x92,
+  kItem = 0xAA,
+  kAdd = 0xB5,
+  kRange = 0xC5,
+  kAutoFit = 0xED,
+  kEntireColumn = 0xF6,
+  kResize = 0x100,
+  kBorders = 0x1B3,
+  kSheets = 0x1E5,
+  kVisible = 0x22E,
+  kWorkbooks = 0x23C,
   kValue2 = 0x56C
 };
 
@@ -87,8 +99,8 @@ TEST_F(ServerTest, BadCallsRaiseExcelLikeErrors) {
       {"sheet 4", [&] { COleDispatchDriver s(Item(4)); }, DISP_E_EXCEPTION, "Invalid index."},
       {"address without a column", [&] { COleDispatchDriver r(Range(sheet, "A1", "5")); },
        DISP_E_EXCEPTION, "Method 'Range' of object '_Worksheet' failed"},
-      {"column past IV", [&] { COleDispatchDriver r(Range(sheet, "A1", "IW1")); },
-       DISP_E_EXCEPTION, "Method 'Range' of object '_Worksheet' failed"},
+      {"column past IV", [&] { COleDispatchDriver r(Range(sheet, "A1", "IW1")); }, DISP_E_EXCEPTION,
+       "Method 'Range' of object '_Worksheet' failed"},
       {"row past 65536", [&] { COleDispatchDriver r(Range(sheet, "A1", "A65537")); },
        DISP_E_EXCEPTION, "Method 'Range' of object '_Worksheet' failed"},
       {"weight 5", [&] { borders.SetProperty(kWeight, COleVariant(5, VT_I2).get()); },
@@ -112,8 +124,10 @@ TEST_F(ServerTest, BadCallsRaiseExcelLikeErrors) {
 }
 
 TEST_F(ServerTest, BorderWeightsMapToLineStyles) {
-  const std::pair<short, xls::Border> weights[] = {
-      {1, xls::Border::kHair}, {2, xls::Border::kThin}, {3, xls::Border::kMedium}, {4, xls::Border::kThick}};
+  const std::pair<short, xls::Border> weights[] = {{1, xls::Border::kHair},
+                                                   {2, xls::Border::kThin},
+                                                   {3, xls::Border::kMedium},
+                                                   {4, xls::Border::kThick}};
   short column = 0;
   for (auto [weight, border] : weights) {
     std::string cell(1, static_cast<char>('A' + column));
@@ -217,9 +231,11 @@ TEST_F(ServerTest, VisibleSavesABookNamedFileInTheRuntimeFolder) {
   std::string name;
   xls::Workbook wb;
   ASSERT_TRUE(LastServerWorkbook(&wb, &name));
-  auto [status, description] = Failure([&] { app.SetProperty(kVisible, COleVariant(1, VT_BOOL).get()); });
+  auto [status, description] =
+      Failure([&] { app.SetProperty(kVisible, COleVariant(1, VT_BOOL).get()); });
   std::vector<std::string> files;
-  for (const auto& entry : fs::directory_iterator(folder)) files.push_back(entry.path().filename().string());
+  for (const auto& entry : fs::directory_iterator(folder))
+    files.push_back(entry.path().filename().string());
   if (status != 0) {
     // A codec without a writer: the failure says so and leaves no half-made file behind.
     EXPECT_EQ(status, DISP_E_EXCEPTION);
@@ -245,8 +261,10 @@ TEST(ServerCreation, DisabledOrMissingServerFailsLikeNoExcel) {
       {nullptr, EXCEL_SERVER_PATH, "Word.Application"},
   };
   for (const Case& c : cases) {
-    if (c.disable) setenv("SPREADSHEET_AUTOMATION_DISABLE", c.disable, 1);
-    else unsetenv("SPREADSHEET_AUTOMATION_DISABLE");
+    if (c.disable)
+      setenv("SPREADSHEET_AUTOMATION_DISABLE", c.disable, 1);
+    else
+      unsetenv("SPREADSHEET_AUTOMATION_DISABLE");
     setenv("SPREADSHEET_AUTOMATION_SERVER", c.server, 1);
     COleDispatchDriver app;
     COleException error;

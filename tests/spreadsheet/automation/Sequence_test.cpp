@@ -26,7 +26,9 @@ class CSpreadSheetTestAccess {
   long rows(int which) const {
     return which == 0 ? s_.rmsRows : which == 1 ? s_.priceProtectionRows : s_.scriptValidationRows;
   }
-  CString lastColumns() { return s_.getRMSlastCol() + s_.getPriceProtectionlastCol() + s_.getScriptValidationlastCol(); }
+  CString lastColumns() {
+    return s_.getRMSlastCol() + s_.getPriceProtectionlastCol() + s_.getScriptValidationlastCol();
+  }
 
  private:
   CSpreadSheet& s_;
@@ -111,11 +113,12 @@ void ExpectTable(const xls::Workbook& wb, const Layout& t) {
       const xls::Style& st = wb.styles()[s.at(r, c).style];
       bool inside = c < t.columns;
       bool headingRow = inside && (r == 1 || r == 2);
-      xls::Border expected = !inside                ? xls::Border::kNone
-                             : r < 3                ? xls::Border::kMedium
+      xls::Border expected = !inside                     ? xls::Border::kNone
+                             : r < 3                     ? xls::Border::kMedium
                              : r < lastRow && t.rows > 0 ? xls::Border::kThin
-                                                    : xls::Border::kNone;
-      SCOPED_TRACE(std::string(t.name) + " row " + std::to_string(r + 1) + " column " + std::to_string(c + 1));
+                                                         : xls::Border::kNone;
+      SCOPED_TRACE(std::string(t.name) + " row " + std::to_string(r + 1) + " column " +
+                   std::to_string(c + 1));
       EXPECT_EQ(st.bold, headingRow);
       EXPECT_EQ(st.vertical, headingRow ? xls::VAlign::kCenter : xls::VAlign::kBottom);
       EXPECT_EQ(st.left, expected);
@@ -128,7 +131,8 @@ void ExpectTable(const xls::Workbook& wb, const Layout& t) {
 }
 
 TEST_F(SequenceTest, ThreeTablesLandOnTheirSheetsFormatted) {
-  const Layout tables[] = {{"RMS", 0, 31, 5}, {"Price Protection", 1, 11, 10}, {"Script Validation", 2, 12, 0}};
+  const Layout tables[] = {
+      {"RMS", 0, 31, 5}, {"Price Protection", 1, 11, 10}, {"Script Validation", 2, 12, 0}};
   sheet->initExcel("ignored");
   CSpreadSheetTestAccess access(*sheet);
   ASSERT_NE(access.workbook(), nullptr);
@@ -173,8 +177,8 @@ TEST_F(SequenceTest, EndTableWithAnotherLayoutFormatsTheSelectedSheet) {
   const xls::Workbook wb = Model();
   const xls::Sheet& s = wb.sheets()[2];
   EXPECT_EQ(s.name(), "Script Validation");
-  EXPECT_EQ(wb.styles()[s.at(5, 30).style].left, xls::Border::kThin);   // AE6
-  EXPECT_EQ(wb.styles()[s.at(6, 0).style].left, xls::Border::kNone);    // A7
+  EXPECT_EQ(wb.styles()[s.at(5, 30).style].left, xls::Border::kThin);  // AE6
+  EXPECT_EQ(wb.styles()[s.at(6, 0).style].left, xls::Border::kNone);   // A7
   // The RMS sheet got its heading rows formatted but no table finished on it.
   EXPECT_TRUE(wb.styles()[wb.sheets()[0].at(1, 30).style].bold);
   EXPECT_EQ(wb.styles()[wb.sheets()[0].at(0, 0).style].left, xls::Border::kNone);
