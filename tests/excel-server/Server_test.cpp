@@ -276,3 +276,17 @@ TEST(ServerCreation, DisabledOrMissingServerFailsLikeNoExcel) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ServerCreation, FoundBesideTheLibraryWithoutTheVariable) {
+  unsetenv("SPREADSHEET_AUTOMATION_SERVER");
+  unsetenv("SPREADSHEET_AUTOMATION_DISABLE");
+  COleDispatchDriver app;
+  COleException error;
+  ASSERT_TRUE(app.CreateDispatch("Excel.Application", &error)) << std::hex << error.m_sc;
+  COleDispatchDriver books(app.GetDispatchProperty(kWorkbooks));
+  EXPECT_NE(books.m_lpDispatch, nullptr);
+}
+
+}  // namespace
