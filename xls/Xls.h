@@ -3,15 +3,20 @@
 //
 // What a round trip keeps: every sheet and its order and name, every cell value, the
 // styles the model carries (bold, alignment, borders, number formats), column widths,
-// defined names, the date system. What it drops: charts, images, macros and VBA,
-// formulas (their cached results are kept as values), comments, merged cells, fonts
+// the date system. What it drops: charts, images, macros and VBA,
+// formulas (their cached results are kept as values), defined names, comments, merged cells, fonts
 // other than bold, colours and fills, conditional formats, print settings.
+//
+// Text: cells, sheet names and formats are UTF-8 in the model, so a narrow caller gets
+// UTF-8 bytes whatever the file stored (8-bit or UTF-16 strings). Only Excel 97-2003
+// (BIFF8) files are read; Excel 5.0/95 files get an Unsupported status naming the version.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "xls/FileIo.h"
 #include "xls/Status.h"
 #include "xls/Workbook.h"
 
@@ -28,5 +33,9 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbo
 // workbook. REQUIRES: at least one sheet.
 Status WriteWorkbook(const std::string& path, const Workbook& workbook);
 Status WriteWorkbookToMemory(const Workbook& workbook, std::vector<std::uint8_t>* out);
+
+// The same through a caller's FileOps (tests inject I/O faults with it).
+Status ReadWorkbookWith(FileOps& ops, const std::string& path, Workbook* out);
+Status WriteWorkbookWith(FileOps& ops, const std::string& path, const Workbook& workbook);
 
 }  // namespace xls

@@ -1,0 +1,76 @@
+// Malformed files: each gets a clear error, never a crash or a hang.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "xls/Records.h"
+#include "xls/Xls.h"
+
+namespace xls {
+namespace {
+
+std::vector<std::uint8_t> GoodFile() {
+  Workbook wb;
+  Sheet& s = wb.addSheet("S");
+  for (int r = 0; r < 300; ++r) s.set(r, 0, Cell::Text("row " + std::to_string(r)));
+  std::vector<std::uint8_t> bytes;
+  EXPECT_TRUE(WriteWorkbookToMemory(wb, &bytes).ok());
+  return bytes;
+}
+
+// Byte offset of the Workbook stream: our writer puts it right after the 512-byte header.
+constexpr std::size_t kStream = 512;
+
+TEST(XlsBadInput, EachFaultGivesAClearError) {
+  struct Case {
+    const char* what;
+    std::function<void(std::vector<std::uint8_t>&)> damage;
+    Status::Code code;
+    const char* message;
+  } cases[] = {
+      {"truncated header", [](auto& b) { b.resize(100); }, Status::Code::kCorruption, "too short"},
+      {"truncated body", [](auto& b) { b.resize(b.size() / 2); }, Status::Code::kCorruption, "sector"},
+      {"wrong magic", [](auto& b) { b[0] = 'X'; }, Status::Code::kCorruption, "signature"},
+      {"xlsx", [](auto& b) { b[0] = 'P'; b[1] = 'K'; b[2] = 3; b[3] = 4; }, Status::Code::kUnsupported, "xlsx"},
+      {"FAT loop", [](auto& b) {
+         // The first FAT sector's first entry points at itself.
+         std::uint32_t fat = GetU32(b.data() + 76);
+         PutU32(b.data() + 512 + 512 * fat, 0);
+       }, Status::Code::kCorruption, "loops"},
+      {"sector index out of range", [](auto& b) { PutU32(b.data() + 48, 0x00FFFFFF); },
+       Status::Code::kCorruption, "out of range"},
+      {"FAT sector out of range", [](auto& b) { PutU32(b.data() + 76, 0x00FFFFFF); },
+       Status::Code::kCorruption, "out of range"},
+      {"record past the stream", [](auto& b) { PutU16(b.data() + kStream + 2, 0xFFF0); },
+       Status::Code::kCorruption, "past the end"},
+      {"no BOF", [](auto& b) { PutU16(b.data() + kStream, 0x1234); }, Status::Code::kCorruption, "BOF"},
+      {"BIFF5 version", [](auto& b) { PutU16(b.data() + kStream + 4, 0x0500); },
+       Status::Code::kUnsupported, "BIFF5"},
+      {"SST count lies", [](auto& b) {
+         for (std::size_t i = kStream; i + 12 < b.size(); ++i) {
+           if (GetU16(b.data() + i) == rec::kSst) { PutU32(b.data() + i + 8, 1000000); return; }
+         }
+       }, Status::Code::kCorruption, "SST declares"},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::uint8_t> bytes = GoodFile();
+    c.damage(bytes);
+    Workbook wb;
+    Status s = ReadWorkbookFromMemory(bytes.data(), bytes.size(), &wb);
+    EXPECT_EQ(s.code(), c.code) << c.what << ": " << s.ToString();
+    EXPECT_NE(s.message().find(c.message), std::string::npos) << c.what << ": " << s.ToString();
+  }
+}
+
+TEST(XlsBadInput, EveryTruncationIsRefusedOrRead) {
+  std::vector<std::uint8_t> bytes = GoodFile();
+  for (std::size_t n = 0; n < bytes.size(); n += 97) {
+    Workbook wb;
+    Status s = ReadWorkbookFromMemory(bytes.data(), n, &wb);
+    EXPECT_FALSE(s.ok()) << n;
+    EXPECT_FALSE(s.message().empty());
+  }
+}
+
+}  // namespace
+}  // namespace xls

@@ -1,0 +1,241 @@
+// Round trips through our writer and reader, the atomic write under injected faults, and
+// our files as python3-xlrd sees them.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+
+#include "xls/Xls.h"
+
+namespace xls {
+namespace {
+
+namespace fs = std::filesystem;
+
+class TempDir {
+ public:
+  TempDir() {
+    char tmpl[] = "/tmp/xls-test-XXXXXX";
+    path_ = ::mkdtemp(tmpl);
+  }
+  ~TempDir() { fs::remove_all(path_); }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+Workbook Sample() {
+  Workbook wb;
+  Style bold;
+  bold.bold = true;
+  bold.bottom = Border::kThick;
+  bold.vertical = VAlign::kTop;
+  bold.horizontal = HAlign::kCenter;
+  std::uint16_t boldStyle = wb.addStyle(bold);
+  Style date;
+  date.numberFormat = "yyyy-mm-dd";
+  std::uint16_t dateStyle = wb.addStyle(date);
+  Style hair;
+  hair.left = Border::kHair;
+  hair.right = Border::kMedium;
+  hair.top = Border::kThin;
+  std::uint16_t hairStyle = wb.addStyle(hair);
+  Sheet& s = wb.addSheet("Data");
+  s.set(0, 0, Cell::Text("Name", boldStyle));
+  s.set(0, 1, Cell::Text("Amount", boldStyle));
+  s.set(1, 0, Cell::Text("Zoë ünïcode €"));
+  s.set(1, 1, Cell::Number(12.5));
+  s.set(2, 0, Cell::Text("日本語 and 😀"));
+  s.set(2, 1, Cell::Number(-3));
+  s.set(3, 0, Cell::Boolean(true));
+  s.set(3, 1, Cell::Error(0x07));
+  s.set(4, 0, Cell::DateTime(45000, dateStyle));
+  s.mutableAt(6, 2).style = hairStyle;
+  s.setColumnWidth(0, 20 * 256);
+  Sheet& t = wb.addSheet("Second sheet");
+  t.set(0, 0, Cell::Text("Name"));  // shared with the first sheet
+  t.set(10, 255, Cell::Number(1e300));
+  return wb;
+}
+
+void ExpectSameWorkbook(const Workbook& a, const Workbook& b) {
+  ASSERT_EQ(a.sheets().size(), b.sheets().size());
+  EXPECT_EQ(a.date1904, b.date1904);
+  for (std::size_t i = 0; i < a.sheets().size(); ++i) {
+    const Sheet& x = a.sheets()[i];
+    const Sheet& y = b.sheets()[i];
+    EXPECT_EQ(x.name(), y.name());
+    EXPECT_EQ(x.columnWidths(), y.columnWidths());
+    ASSERT_EQ(x.extentRows(), y.extentRows()) << x.name();
+    const int columns = std::max(x.extentColumns(), y.extentColumns());
+    for (int r = 0; r < x.extentRows(); ++r) {
+      for (int c = 0; c < columns; ++c) {
+        const Cell& p = x.at(r, c);
+        const Cell& q = y.at(r, c);
+        EXPECT_EQ(p.type, q.type) << x.name() << " " << r << "," << c;
+        EXPECT_EQ(p.text, q.text) << x.name() << " " << r << "," << c;
+        EXPECT_EQ(p.number, q.number) << x.name() << " " << r << "," << c;
+        EXPECT_EQ(a.styles()[p.style], b.styles()[q.style]) << x.name() << " " << r << "," << c;
+      }
+    }
+  }
+}
+
+TEST(XlsRoundTrip, KeepsSheetsValuesAndStyles) {
+  for (bool date1904 : {false, true}) {
+    Workbook wb = Sample();
+    wb.date1904 = date1904;
+    std::vector<std::uint8_t> bytes;
+    ASSERT_TRUE(WriteWorkbookToMemory(wb, &bytes).ok());
+    Workbook back;
+    Status s = ReadWorkbookFromMemory(bytes.data(), bytes.size(), &back);
+    ASSERT_TRUE(s.ok()) << s.ToString();
+    ExpectSameWorkbook(wb, back);
+  }
+}
+
+TEST(XlsRoundTrip, ManyStringsCrossContinueRecordsAndBigFilesUseDifat) {
+  // 400,000 distinct strings make an SST of many CONTINUE records and a file over 7 MB,
+  // past the 109 FAT sectors the header can list.
+  Workbook wb;
+  Sheet& s = wb.addSheet("Big");
+  for (int r = 0; r < 40000; ++r) {
+    for (int c = 0; c < 10; ++c) {
+      std::string text = (r % 7 == 0 ? "ünï-" : "text-") + std::to_string(r) + "-" + std::to_string(c);
+      if (r == 5 && c == 5) text.assign(20000, 'x');
+      if (r == 6 && c == 6) text = std::string(9000, 'y') + "€";
+      s.set(r, c, Cell::Text(text));
+    }
+  }
+  std::vector<std::uint8_t> bytes;
+  ASSERT_TRUE(WriteWorkbookToMemory(wb, &bytes).ok());
+  EXPECT_GT(bytes.size(), 109u * 128 * 512);
+  Workbook back;
+  Status st = ReadWorkbookFromMemory(bytes.data(), bytes.size(), &back);
+  ASSERT_TRUE(st.ok()) << st.ToString();
+  ExpectSameWorkbook(wb, back);
+}
+
+TEST(XlsRoundTrip, RejectsWhatAFileCannotHold) {
+  struct Case {
+    const char* what;
+    std::function<void(Workbook&)> make;
+  } cases[] = {
+      {"no sheets", [](Workbook&) {}},
+      {"bad name", [](Workbook& wb) { wb.addSheet("a/b"); }},
+      {"duplicate names", [](Workbook& wb) { wb.addSheet("Same"); wb.addSheet("SAME"); }},
+      {"text too long", [](Workbook& wb) { wb.addSheet("S").set(0, 0, Cell::Text(std::string(40000, 'a'))); }},
+  };
+  for (const Case& c : cases) {
+    Workbook wb;
+    c.make(wb);
+    std::vector<std::uint8_t> bytes;
+    Status s = WriteWorkbookToMemory(wb, &bytes);
+    EXPECT_EQ(s.code(), Status::Code::kInvalidArgument) << c.what;
+  }
+}
+
+// Fails the Nth mutating file call, once or for good.
+class FaultyFileOps : public FileOps {
+ public:
+  FaultyFileOps(int failAt, bool sticky) : failAt_(failAt), sticky_(sticky) {}
+  Status CreateNew(const std::string& p, int* fd) override { return Check() ? FileOps::CreateNew(p, fd) : Fail(); }
+  Status Write(int fd, const void* d, std::size_t n) override { return Check() ? FileOps::Write(fd, d, n) : Fail(); }
+  Status Sync(int fd) override { return Check() ? FileOps::Sync(fd) : Fail(); }
+  Status Close(int fd) override {
+    Status s = FileOps::Close(fd);  // the descriptor is released either way
+    return Check() ? s : Fail();
+  }
+  Status Rename(const std::string& a, const std::string& b) override { return Check() ? FileOps::Rename(a, b) : Fail(); }
+  Status SyncFolder(const std::string& f) override { return Check() ? FileOps::SyncFolder(f) : Fail(); }
+  bool failed() const { return failed_; }
+
+ private:
+  bool Check() {
+    ++calls_;
+    return calls_ < failAt_ || (!sticky_ && calls_ > failAt_);
+  }
+  Status Fail() {
+    failed_ = true;
+    return Status::IOError("injected fault");
+  }
+  int calls_ = 0, failAt_;
+  bool sticky_;
+  bool failed_ = false;
+};
+
+TEST(XlsAtomicWrite, FileIsOldOrNewAfterEveryInjectedFault) {
+  TempDir dir;
+  const std::string path = dir.file("book.xls");
+  Workbook oldBook;
+  oldBook.addSheet("Old").set(0, 0, Cell::Text("old"));
+  Workbook newBook = Sample();
+  for (bool sticky : {false, true}) {
+    ASSERT_TRUE(WriteWorkbook(path, oldBook).ok());
+    bool completed = false;
+    for (int n = 1; n < 100 && !completed; ++n) {
+      FaultyFileOps ops(n, sticky);
+      Status s = WriteWorkbookWith(ops, path, newBook);
+      completed = !ops.failed();
+      Workbook back;
+      Status r = ReadWorkbook(path, &back);
+      ASSERT_TRUE(r.ok()) << "after fault " << n << ": " << r.ToString();
+      std::string first = back.sheets().at(0).name();
+      EXPECT_TRUE(first == "Old" || first == "Data") << first;
+      if (!s.ok() && first == "Old") {
+        std::size_t entries = 0;
+        for (auto& e : fs::directory_iterator(dir.path())) { (void)e; ++entries; }
+        EXPECT_EQ(entries, 1u) << "temporary file left after fault " << n;
+      }
+      if (first == "Data") {
+        ASSERT_TRUE(WriteWorkbook(path, oldBook).ok());
+      }
+    }
+    EXPECT_TRUE(completed);
+  }
+}
+
+std::string RunCommand(const std::string& cmd) {
+  std::string out;
+  FILE* f = ::popen(cmd.c_str(), "r");
+  if (f == nullptr) return out;
+  char buf[4096];
+  std::size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
+  ::pclose(f);
+  return out;
+}
+
+TEST(XlsInterop, XlrdReadsValuesAndFormatting) {
+  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
+  ASSERT_NE(src, nullptr);
+  TempDir dir;
+  const std::string path = dir.file("ours.xls");
+  ASSERT_TRUE(WriteWorkbook(path, Sample()).ok());
+  std::string out = RunCommand("/usr/bin/python3 " + std::string(src) + "/tests/xls/xlrd_dump.py " + path + " 2>&1");
+  const char* expected =
+      "sheet Data\n"
+      "0 0 text 'Name' bold=1 valign=0 halign=2 bottom=5\n"
+      "0 1 text 'Amount' bold=1 valign=0 halign=2 bottom=5\n"
+      "1 0 text 'Zoë ünïcode €' bold=0 valign=2 halign=0 bottom=0\n"
+      "1 1 number 12.5 bold=0 valign=2 halign=0 bottom=0\n"
+      "2 0 text '日本語 and 😀' bold=0 valign=2 halign=0 bottom=0\n"
+      "2 1 number -3.0 bold=0 valign=2 halign=0 bottom=0\n"
+      "3 0 bool 1 bold=0 valign=2 halign=0 bottom=0\n"
+      "3 1 error 7 bold=0 valign=2 halign=0 bottom=0\n"
+      "4 0 date (2023, 3, 15, 0, 0, 0) bold=0 valign=2 halign=0 bottom=0\n"
+      "6 2 blank left=7 right=2 top=1\n"
+      "width 0 5120\n"
+      "sheet Second sheet\n"
+      "0 0 text 'Name' bold=0 valign=2 halign=0 bottom=0\n"
+      "10 255 number 1e+300 bold=0 valign=2 halign=0 bottom=0\n";
+  EXPECT_EQ(out, expected);
+}
+
+}  // namespace
+}  // namespace xls
