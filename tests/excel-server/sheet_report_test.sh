@@ -1,6 +1,6 @@
 #!/bin/bash
 # sheet report end to end: usage errors, Excel missing, and the saved workbook read back
-# by xlrd. Skips (77) the read-back while the codec has no writer.
+# by Debian's xlrd (python3-xlrd). Skips (77) the read-back while the codec has no writer.
 set -u
 sheet=$1
 check=$(dirname "$0")/report_xlrd_check.py
@@ -20,5 +20,5 @@ out=$(SPREADSHEET_AUTOMATION_DISABLE=1 "$sheet" report "$work/a.xls" 2>&1); rc=$
 out=$(env -u DISPLAY -u WAYLAND_DISPLAY "$sheet" report "$work/r.xls" --rms 5 --price-protection 10 --script-validation 0 2>&1); rc=$?
 if [[ $out == *"no workbook writer"* ]]; then echo "SKIP: the codec has no writer yet"; exit 77; fi
 [ $rc -eq 0 ] || fail "report failed ($rc): $out"
-python3 "$check" "$work/r.xls" 5 10 0 || fail "xlrd read-back"
+/usr/bin/python3 "$check" "$work/r.xls" 5 10 0 || fail "xlrd read-back"
 echo ok
