@@ -48,6 +48,7 @@ class BookReader {
   std::map<std::uint16_t, std::string> formats_;
   std::vector<XfRecord> xfs_;
   std::vector<int> xfStyle_;  // model style per XF, -1 until first used
+  std::vector<bool> xfIsDate_;
 };
 
 std::string Hex(std::uint16_t v) {
@@ -160,7 +161,14 @@ Status BookReader::ReadGlobals(std::vector<SheetInfo>* sheets) {
 std::uint16_t BookReader::StyleFor(std::uint16_t xf, bool* isDate) {
   *isDate = false;
   if (xf >= xfs_.size()) return 0;
-  if (xfStyle_.size() < xfs_.size()) xfStyle_.assign(xfs_.size(), -1);
+  if (xfStyle_.size() < xfs_.size()) {
+    xfStyle_.assign(xfs_.size(), -1);
+    xfIsDate_.assign(xfs_.size(), false);
+  }
+  if (xfStyle_[xf] >= 0) {  // resolved once per XF: cells reuse a handful of them
+    *isDate = xfIsDate_[xf];
+    return static_cast<std::uint16_t>(xfStyle_[xf]);
+  }
   const XfRecord& x = xfs_[xf];
   std::string format;
   auto it = formats_.find(x.format);
@@ -173,7 +181,8 @@ std::uint16_t BookReader::StyleFor(std::uint16_t xf, bool* isDate) {
   }
   if (format == "General") format.clear();
   *isDate = IsDateFormat(format);
-  if (xfStyle_[xf] < 0) {
+  xfIsDate_[xf] = *isDate;
+  {
     Style s;
     s.bold = x.font < fontBold_.size() && fontBold_[x.font];
     s.horizontal = x.horizontal;
