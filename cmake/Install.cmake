@@ -21,6 +21,10 @@ install(FILES ${PROJECT_BINARY_DIR}/spreadsheetConfig.cmake
   ${PROJECT_BINARY_DIR}/spreadsheetConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/spreadsheet)
 
+# The .pc file names its prefix relative to itself, so an install moved or made with
+# `cmake --install --prefix` elsewhere still points at its own headers and library.
+file(RELATIVE_PATH SPREADSHEET_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+string(REGEX REPLACE "/$" "" SPREADSHEET_PC_TO_PREFIX "${SPREADSHEET_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/spreadsheet.pc.in
   ${PROJECT_BINARY_DIR}/spreadsheet.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/spreadsheet.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
