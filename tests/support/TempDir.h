@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 namespace testing_support {
@@ -12,9 +13,13 @@ namespace testing_support {
 class TempDir {
  public:
   TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sheet-test-XXXXXX").string();
-    if (!mkdtemp(pattern.data())) std::abort();
-    path_ = pattern;
+    std::random_device random;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+      path_ = std::filesystem::temp_directory_path() /
+              ("sheet-test-" + std::to_string(random()) + std::to_string(attempt));
+      if (std::filesystem::create_directory(path_)) return;
+    }
+    std::abort();
   }
   ~TempDir() {
     std::error_code ec;

@@ -23,9 +23,11 @@ const Command kCommands[] = {
     {"add", sheet::Add, "add FILE [-d D | -s S] VALUE...      append a row"},
     {"insert", sheet::Insert, "insert FILE ROW [-d D | -s S] VALUE... insert a row before ROW"},
     {"clear", sheet::Clear, "clear FILE [-d D | -s S]             empty the file (or drop the sheet)"},
-    {"convert", sheet::Convert, "convert FILE -d D | -s SHEET          text file <-> workbook"},
+    {"convert", sheet::Convert, "convert FILE [-s SHEET] [-d DELIM]   text file <-> workbook"},
     {"sql", sheet::Sql, "sql BOOK.xls \"STATEMENT\"              run one statement through the ODBC driver"},
+#ifndef _WIN32  // on Windows the report is shown by Excel itself, not saved by this tool
     {"report", sheet::Report, "report OUT.xls --rms N --price-protection N --script-validation N"},
+#endif
 };
 
 void PrintUsage(std::FILE* out) {
