@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian packages listed in scripts/packages/*.txt that are not yet installed.
 # Each component keeps its own list there; lines starting with # are comments.
+# `deps.sh bench` also installs scripts/packages/bench/*.txt: tools only the benchmarks run.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-mapfile -t wanted < <(cat "$here"/packages/*.txt | sed -e 's/#.*//' -e 's/[[:space:]]//g' | grep -v '^$' | sort -u)
+lists=("$here"/packages/*.txt)
+if [ "${1:-}" = bench ]; then lists+=("$here"/packages/bench/*.txt); fi
+mapfile -t wanted < <(cat "${lists[@]}" | sed -e 's/#.*//' -e 's/[[:space:]]//g' | grep -v '^$' | sort -u)
 missing=()
 for p in "${wanted[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
