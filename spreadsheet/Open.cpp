@@ -9,6 +9,46 @@
 namespace {
 const char kOpenError[] = "Error in opening file\n";
 const char kEmptyDelimiter[] = "Delimiter cannot be empty\n";
+const char kRowOutOfRange[] = "Desired row is greater than total number of rows in spreadsheet\n";
+
+// What the column count needs from a set of lines: the most values on one line, and
+// whether one of them reads as a single value (which leaves the out-of-range message).
+struct Width {
+  std::size_t most = 0;
+  bool anySingle = false;
+};
+
+void Fold(Width& into, const Width& w) {
+  if (w.most > into.most) into.most = w.most;
+  into.anySingle = into.anySingle || w.anySingle;
+}
+
+Width CountWidth(const std::string& line, const std::string& delimiter) {
+  rowline::Form form;
+  const std::size_t n = rowline::CountValues(line, delimiter, &form);
+  return Width{n, form == rowline::Form::kSingle};
+}
+
+// The widths of the lines loaded so far, the newest apart.
+struct Measure {
+  Width done;
+  Width newest;
+  bool haveNewest = false;
+  bool anyOverflow = false;  // a count beyond 16 bits: the order of the updates matters
+
+  void Add(const Width& w) {
+    if (haveNewest) Fold(done, newest);
+    newest = w;
+    haveNewest = true;
+    if (w.most > 32767) anyOverflow = true;
+  }
+  Width WithNewest() const {
+    Width w = done;
+    Fold(w, newest);
+    return w;
+  }
+};
+
 }  // namespace
 
 CSpreadSheet::CSpreadSheet(CString File, CString SheetOrSeparator, bool Backup)
@@ -96,6 +136,7 @@ bool CSpreadSheet::Open() {
     return false;
   }
   std::unique_ptr<CArchive> archive;
+  Measure measure;
   try {
     archive = std::make_unique<CArchive>(&file, CArchive::load, 4096);
   } catch (...) {
@@ -107,6 +148,9 @@ bool CSpreadSheet::Open() {
     rowLines.RemoveAll();
     std::vector<CString>& lines = rowLines.items();
     while (archive->ReadString(scratchLine)) {
+      // Each line is measured while it is still in the cache; the newest line's count
+      // is held back because the measure below skips the last line of the file.
+      measure.Add(CountWidth(scratchLine.str(), delimiter.str()));
       lines.push_back(std::move(scratchLine));
       scratchLine.Empty();
     }
@@ -127,22 +171,36 @@ bool CSpreadSheet::Open() {
 
   // Column count. Row number 0 means the current row, which the header read left at 2:
   // the first pass measures row 2 and the later ones rows 1 to totalRows - 1, so with
-  // three or more lines the last line is never measured. Callers depend on this count.
-  // All passes but the last only count values (splitting every line would cost a copy
-  // of the file); the last pass is a real read, leaving rowValues as it would.
-  for (long i = 0; i < totalRows; ++i) {
-    if (i + 1 < totalRows) {
-      const long row = (i == 0) ? currentRow : i;
-      if (row > rowLines.GetSize()) continue;  // never for two or more lines
-      currentRow = row + 1;
-      rowline::Form form;
-      const std::size_t n = rowline::CountValues(rowLines.GetAt(row - 1).str(), delimiter.str(), &form);
-      if (form == rowline::Form::kSingle) lastError = "Desired row is greater than total number of rows in spreadsheet\n";
-      if (static_cast<long>(n) > totalColumns) totalColumns = static_cast<short>(n);
+  // three or more lines the last line is never measured (with two, both are). Callers
+  // depend on this count. The widths were taken during the load; only the last measured
+  // row is read for real, leaving rowValues, currentRow and the work strings as the
+  // row-by-row measure would.
+  if (totalRows >= 2) {
+    if (measure.anyOverflow) {
+      // The count is cut to 16 bits at each update, so replay the updates in order.
+      for (long i = 0; i < totalRows; ++i) {
+        if (i + 1 < totalRows) {
+          const long row = (i == 0) ? currentRow : i;
+          currentRow = row + 1;
+          const Width w = CountWidth(rowLines.GetAt(row - 1).str(), delimiter.str());
+          if (w.anySingle) lastError = kRowOutOfRange;
+          if (static_cast<long>(w.most) > totalColumns) totalColumns = static_cast<short>(w.most);
+        } else {
+          ReadRow(rowValues, i);
+          const INT_PTR n = rowValues.GetSize();
+          if (n > totalColumns) totalColumns = static_cast<short>(n);
+        }
+      }
     } else {
-      ReadRow(rowValues, i);
-      if (rowValues.GetSize() > totalColumns) totalColumns = static_cast<short>(rowValues.GetSize());
+      const Width w = totalRows == 2 ? measure.WithNewest() : measure.done;
+      if (w.anySingle) lastError = kRowOutOfRange;
+      if (static_cast<long>(w.most) > totalColumns) totalColumns = static_cast<short>(w.most);
+      ReadRow(rowValues, totalRows - 1);
+      const INT_PTR n = rowValues.GetSize();
+      if (n > totalColumns) totalColumns = static_cast<short>(n);
     }
+  } else if (totalRows == 1) {
+    ReadRow(rowValues, 0);  // the current row is 2, past the end: changes nothing
   }
 
   if (totalColumns != 0) appendMode = true;

@@ -52,7 +52,14 @@ Loaded Load(const std::string& path, const char* delimiter = ",") {
   return out;
 }
 
+std::string WideLine(int values) {
+  std::string line = "1";
+  for (int i = 1; i < values; ++i) line += ",1";
+  return line;
+}
+
 TEST(TextOpenTest, CountsRowsAndColumnsTheWayCallersExpect) {
+  const std::string wide = "a,b\n" + WideLine(40000) + "\n1,2,3\n";
   struct Case {
     const char* name;
     std::string bytes;
@@ -75,6 +82,11 @@ TEST(TextOpenTest, CountsRowsAndColumnsTheWayCallersExpect) {
       // A one-value line reads as a failure with the out-of-range message.
       {"one column", "a\nb\nc\n", 3, 1, true, 3, {"a"}, kRowOutOfRange},
       {"empty lines kept", "a,b\n\n\n", 3, 2, true, 3, {"a", "b"}, kRowOutOfRange},
+      // The unmeasured last line leaves no message; with two lines both are measured.
+      {"one-value last line", "a,b\n1,2\nx\n", 3, 2, true, 3, {"a", "b"}, ""},
+      {"one-value second of two", "a,b\nx\n", 2, 2, true, 2, {"a", "b"}, kRowOutOfRange},
+      // The count is cut to 16 bits at each update: row 2, then row 1, then row 2 again.
+      {"beyond 16 bits", wide, 3, -25536, true, 3, {"a", "b"}, ""},
   };
   TempDir dir;
   for (const Case& c : cases) {

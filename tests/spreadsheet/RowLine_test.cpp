@@ -104,6 +104,37 @@ TEST(RowLineTest, AgreesWithPlainSubstringSearchOnHostileLines) {
   }
 }
 
+rowline::Form ReferenceForm(const std::string& line, const std::string& d) {
+  if (!d.empty() && line.find("\"" + d + "\"") != std::string::npos) return rowline::Form::kQuoted;
+  if (!d.empty() && line.find(d) != std::string::npos) return rowline::Form::kPlain;
+  return rowline::Form::kSingle;
+}
+
+TEST(RowLineTest, CountsLongLinesLikeTheSubstringSearch) {
+  // Long lines cross the counter's sixteen-byte blocks; runs like ",",", (two patterns
+  // sharing a quote) and matches on block edges must count as the in-order search does.
+  const std::string pieces[] = {"\"", ",", "\",\"", "ab", "\"\"", ",,", "x\"", ";", "\"x"};
+  std::mt19937 rng(2024);
+  for (const std::string d : {",", ";", "\t"}) {
+    for (int n = 0; n < 4000; ++n) {
+      std::string line;
+      const std::size_t parts = rng() % 40;
+      for (std::size_t i = 0; i < parts; ++i) line += pieces[rng() % std::size(pieces)];
+      if (d != ",") {
+        for (char& c : line) {
+          if (c == ',') c = d[0];
+        }
+      }
+      rowline::Form counted;
+      ASSERT_EQ(rowline::CountValues(line, d, &counted), ReferenceSplit(line, d).size()) << line;
+      ASSERT_EQ(counted, ReferenceForm(line, d)) << line;
+      rowline::Form form;
+      ASSERT_EQ(SplitToStrings(line, d, &form), ReferenceSplit(line, d)) << line;
+      ASSERT_EQ(form, counted) << line;
+    }
+  }
+}
+
 TEST(RowLineTest, BuildsTheWrittenForm) {
   CStringArray values;
   CString out;
