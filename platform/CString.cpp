@@ -222,12 +222,19 @@ void CStringArray::SetAtGrow(INT_PTR i, const char* s) {
   v_[static_cast<std::size_t>(i)] = s;
 }
 
+// An emptied array starts again with room for a few values, as MFC's arrays grow by at
+// least four: rows of a dozen values are refilled often, and growing them one, two,
+// four, eight at a time would cost a reallocation per doubling.
+constexpr std::size_t kFirstCapacity = 4;
+
 INT_PTR CStringArray::Add(const char* s) {
+  if (v_.capacity() == 0) v_.reserve(kFirstCapacity);
   v_.emplace_back(s);
   return GetSize() - 1;
 }
 
 INT_PTR CStringArray::Add(const CString& s) {
+  if (v_.capacity() == 0) v_.reserve(kFirstCapacity);
   v_.push_back(s);
   return GetSize() - 1;
 }

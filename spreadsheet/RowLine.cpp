@@ -212,14 +212,29 @@ std::size_t CountValues(const std::string& line, const std::string& delimiter, F
 }
 
 void Build(const CStringArray& values, const CString& delimiter, CString& out) {
+  // The length is known up front, so the line is sized once and filled by copies
+  // rather than grown by four appends per value.
+  const std::vector<CString>& v = values.items();
+  const std::string& d = delimiter.str();
   std::string& s = out.str();
-  s.clear();
-  const INT_PTR n = values.GetSize();
-  for (INT_PTR i = 0; i < n; ++i) {
-    s += '"';
-    s += values.GetAt(i).str();
-    s += '"';
-    if (i + 1 < n) s += delimiter.str();
+  if (v.empty()) {
+    s.clear();
+    return;
+  }
+  std::size_t total = d.size() * (v.size() - 1);
+  for (const CString& value : v) total += value.str().size() + 2;
+  s.resize(total);
+  char* p = &s[0];
+  for (std::size_t i = 0; i < v.size(); ++i) {
+    const std::string& value = v[i].str();
+    *p++ = '"';
+    if (!value.empty()) std::memcpy(p, value.data(), value.size());
+    p += value.size();
+    *p++ = '"';
+    if (i + 1 < v.size()) {
+      std::memcpy(p, d.data(), d.size());
+      p += d.size();
+    }
   }
 }
 

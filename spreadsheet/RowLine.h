@@ -31,6 +31,7 @@ Form Split(const std::string& line, const std::string& delimiter, std::vector<CS
 std::size_t CountValues(const std::string& line, const std::string& delimiter, Form* form);
 
 // The written form of values: "v1"<delimiter>"v2"...; an empty array gives "".
+// REQUIRES: out is not one of values.
 void Build(const CStringArray& values, const CString& delimiter, CString& out);
 
 // A line of columns blank cells: "" cells in text mode, " " cells in Excel mode.
