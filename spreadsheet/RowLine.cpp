@@ -37,15 +37,16 @@ OneByteCounts CountOneByteInOrder(const char* s, std::size_t n, char d) {
 }
 
 #if defined(__SSE2__)
-unsigned PopCount16(unsigned x) {
-  x = x - ((x >> 1) & 0x5555u);
-  x = (x & 0x3333u) + ((x >> 2) & 0x3333u);
-  x = (x + (x >> 4)) & 0x0F0Fu;
-  return (x + (x >> 8)) & 0x1Fu;
+// The sum of the sixteen byte lanes of v, each at most 255.
+std::size_t SumLanes(__m128i v) {
+  const __m128i halves = _mm_sad_epu8(v, _mm_setzero_si128());
+  return static_cast<std::size_t>(_mm_cvtsi128_si32(halves)) +
+         static_cast<std::size_t>(_mm_cvtsi128_si32(_mm_srli_si128(halves, 8)));
 }
 #endif
 
-// The same counts, sixteen positions at a time without a branch per value. Two
+// The same counts, sixteen positions at a time without a branch per value: each byte
+// lane counts its delimiters and candidates (emptied before it can pass 255). Two
 // candidates can only conflict when they are two apart (sharing a quote); then only
 // the in-order count knows which ones match, so such lines are counted again in order.
 OneByteCounts CountOneByte(const std::string& line, char d) {
@@ -56,7 +57,11 @@ OneByteCounts CountOneByte(const std::string& line, char d) {
     OneByteCounts c{0, s[0] == d ? 1u : 0u};
     const __m128i wanted = _mm_set1_epi8(d);
     const __m128i quote = _mm_set1_epi8('"');
-    unsigned previous = 0, conflict = 0;
+    __m128i delimiterLanes = _mm_setzero_si128();
+    __m128i candidateLanes = _mm_setzero_si128();
+    __m128i conflicts = _mm_setzero_si128();
+    __m128i previous = _mm_setzero_si128();
+    int blocks = 0;
     std::size_t q = 1;
     for (; q + 17 <= n; q += 16) {  // positions q..q+15, bytes q-1..q+16
       const __m128i isDelimiter =
@@ -65,23 +70,32 @@ OneByteCounts CountOneByte(const std::string& line, char d) {
           _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q - 1)), quote);
       const __m128i quoteAfter =
           _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q + 1)), quote);
-      const unsigned delimiters = static_cast<unsigned>(_mm_movemask_epi8(isDelimiter));
-      const unsigned candidates = static_cast<unsigned>(
-          _mm_movemask_epi8(_mm_and_si128(isDelimiter, _mm_and_si128(quoteBefore, quoteAfter))));
-      c.delimiters += PopCount16(delimiters);
-      c.patterns += PopCount16(candidates);
-      conflict |= (candidates & (candidates >> 2)) | ((previous >> 14) & candidates);
+      const __m128i candidates = _mm_and_si128(isDelimiter, _mm_and_si128(quoteBefore, quoteAfter));
+      delimiterLanes = _mm_sub_epi8(delimiterLanes, isDelimiter);  // a match is -1
+      candidateLanes = _mm_sub_epi8(candidateLanes, candidates);
+      // Two apart: within this block, and across the edge with the previous block.
+      conflicts = _mm_or_si128(conflicts, _mm_and_si128(candidates, _mm_srli_si128(candidates, 2)));
+      conflicts = _mm_or_si128(conflicts, _mm_and_si128(previous, _mm_slli_si128(candidates, 14)));
       previous = candidates;
+      if (++blocks == 255) {
+        c.delimiters += SumLanes(delimiterLanes);
+        c.patterns += SumLanes(candidateLanes);
+        delimiterLanes = candidateLanes = _mm_setzero_si128();
+        blocks = 0;
+      }
     }
+    c.delimiters += SumLanes(delimiterLanes);
+    c.patterns += SumLanes(candidateLanes);
+    bool conflict = _mm_movemask_epi8(conflicts) != 0;
     for (; q < n; ++q) {
       if (s[q] != d) continue;
       ++c.delimiters;
       if (IsCandidate(s, n, q, d)) {
         ++c.patterns;
-        if (q >= 2 && IsCandidate(s, n, q - 2, d)) conflict = 1;
+        if (q >= 2 && IsCandidate(s, n, q - 2, d)) conflict = true;
       }
     }
-    if (conflict == 0) return c;
+    if (!conflict) return c;
   }
 #endif
   return CountOneByteInOrder(s, n, d);
