@@ -203,7 +203,7 @@ BOOL CArchive::ReadString(CString& line) {
   return any ? TRUE : FALSE;
 }
 
-void CArchive::Write(const void* data, UINT count) {
+void CArchive::WriteThroughFlush(const void* data, UINT count) {
   const char* p = static_cast<const char*>(data);
   while (count > 0) {
     if (end_ == capacity_) Flush();

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "platform/CString.h"
 #include "platform/Export.h"
@@ -78,13 +79,22 @@ class SPREADSHEET_API CArchive {
   BOOL ReadString(CString& line);
   // Store: buffered writes; Flush/Close throw CFileException* when the file does.
   void WriteString(LPCTSTR text);
-  void Write(const void* data, UINT count);
+  // Bytes that fit in the buffer are copied here; only a full buffer calls out.
+  void Write(const void* data, UINT count) {
+    if (count <= capacity_ - end_) {
+      if (count != 0) std::memcpy(buffer_ + end_, data, count);
+      end_ += count;
+      return;
+    }
+    WriteThroughFlush(data, count);
+  }
   void Flush();
   void Close();  // flushes (store), then detaches from the file
   void Abort();  // detaches without flushing
 
  private:
   bool Refill();
+  void WriteThroughFlush(const void* data, UINT count);
 
   CFile* file_;
   bool loading_;
