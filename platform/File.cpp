@@ -193,7 +193,7 @@ BOOL CArchive::ReadString(CString& line) {
       std::size_t n = static_cast<const char*>(nl) - start;
       out.append(start, n);
       begin_ += n + 1;
-      if (!out.empty() && out.back() == '\r') out.pop_back();
+      if (!out.empty() && out.back() == '\r') out.resize(out.size() - 1);
       return TRUE;
     }
     out.append(start, end_ - begin_);

@@ -152,7 +152,7 @@ bool CSpreadSheet::Open() {
       // is held back because the measure below skips the last line of the file.
       measure.Add(CountWidth(scratchLine.str(), delimiter.str()));
       lines.push_back(std::move(scratchLine));
-      scratchLine.Empty();
+      scratchLine.str().clear();  // a moved-from string is valid; this makes it empty
     }
     ReadRow(fieldNames, 1);
     archive->Close();
