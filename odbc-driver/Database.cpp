@@ -131,15 +131,35 @@ Error Database::Refresh() {
                      "'" + options_.path +
                          "' is not a workbook this driver can read: " + s.ToString() + ".");
       }
-      hash = Fnv64(bytes.data(), bytes.size());
+      if (journalFd_ >= 0) hash = Fnv64(bytes.data(), bytes.size());
       id.size = bytes.size();
     }
     model_ = std::move(fresh);
     loaded_ = id;
     baseHash_ = hash;
+    baseHashKnown_ = journalFd_ >= 0 || !id.exists;
     applied_ = 0;
   }
   return ReplayJournal();
+}
+
+Error Database::EnsureBaseHash() {
+  if (baseHashKnown_ || !loaded_.exists) return Error();
+  std::vector<std::uint8_t> bytes;
+  Error e = ReadWholeFile(options_.path, &bytes);
+  if (!e.ok()) return e;
+  FileId now = StatPath(options_.path);
+  now.size = bytes.size();
+  // Under the journal's lock the file only changes through this connection; a difference
+  // means it was replaced behind the lock, and the model no longer describes it.
+  if (now != loaded_) {
+    loaded_ = Unknown();
+    return Error(ErrorKind::kIO, "Workbook '" + options_.path +
+                                     "' was replaced while in use; run the statement again.");
+  }
+  baseHash_ = Fnv64(bytes.data(), bytes.size());
+  baseHashKnown_ = true;
+  return Error();
 }
 
 Error Database::ReplayJournal() {
@@ -148,7 +168,8 @@ Error Database::ReplayJournal() {
   if (applied_ == 0) {
     if (j.size < kJournalHeaderSize || !loaded_.exists) return Error();
     std::vector<std::uint8_t> head;
-    Error e = ReadAt(journalFd_, 0, kJournalHeaderSize, &head);
+    Error e = EnsureBaseHash();
+    if (e.ok()) e = ReadAt(journalFd_, 0, kJournalHeaderSize, &head);
     if (!e.ok()) return e;
     JournalHeader h;
     // A journal written against other workbook bytes is stale: its statements are already
@@ -186,12 +207,14 @@ Error Database::StartJournal() {
     }
     return Error();
   }
+  Error e = EnsureBaseHash();
+  if (!e.ok()) return e;
   JournalHeader h{loaded_.size, baseHash_};
   std::vector<std::uint8_t> head = EncodeJournalHeader(h);
   if (Sys().ftruncate(journalFd_, 0) != 0) {
     return Error(ErrorKind::kIO, "Cannot reset the journal: " + ErrnoText(errno) + ".");
   }
-  Error e = WriteAt(journalFd_, 0, head.data(), head.size());
+  e = WriteAt(journalFd_, 0, head.data(), head.size());
   if (e.ok() && Sys().fsync(journalFd_) != 0) {
     e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
   }
@@ -225,6 +248,7 @@ Error Database::Fold() {
   loaded_ = StatPath(options_.path);
   loaded_.size = bytes.size();
   baseHash_ = Fnv64(bytes.data(), bytes.size());
+  baseHashKnown_ = true;
   applied_ = 0;
   // The journal now describes an older file; start it again against the new one. Should this
   // fail, the stale journal is recognised by its header and ignored.

@@ -58,6 +58,7 @@ class Database {
   Error Lock(bool exclusive, bool create);
   void Unlock();
   Error Refresh();
+  Error EnsureBaseHash();
   Error ReplayJournal();
   Error StartJournal();
   Error Append(const std::string& sql, const std::vector<Value>& parameters);
@@ -66,7 +67,10 @@ class Database {
   DatabaseOptions options_;
   std::shared_ptr<xls::Workbook> model_;
   FileId loaded_;               // the workbook file the model was read from
-  std::uint64_t baseHash_ = 0;  // FNV-1a of that file's bytes
+  std::uint64_t baseHash_ = 0;  // FNV-1a of that file's bytes, once baseHashKnown_
+  // Hashing a large workbook costs as much as a quick query: a connection that only reads
+  // and finds no journal never needs the hash, so it is taken when a journal is involved.
+  bool baseHashKnown_ = false;
   int journalFd_ = -1;          // open and locked during a statement
   bool locked_ = false;
   std::uint64_t applied_ = 0;  // journal bytes already in the model (0: none read yet)

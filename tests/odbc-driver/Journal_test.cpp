@@ -185,6 +185,43 @@ TEST_F(DatabaseTest, StaleJournalIsNotReplayed) {
   EXPECT_EQ(out.result->rowCount(), 1);
 }
 
+// A process that dies after its statements returned leaves the workbook as it was and the
+// journal beside it; the next connection replays the journal. Whether the writing
+// connection first only read (and so had not hashed the workbook yet) must not matter.
+TEST_F(DatabaseTest, JournalOfADeadWriterIsReplayed) {
+  for (bool readFirst : {false, true}) {
+    std::filesystem::remove(path_);
+    std::filesystem::remove(path_ + "-journal");
+    std::unique_ptr<Database> db;
+    ASSERT_TRUE(Open(&db).ok());
+    ASSERT_TRUE(Run(db.get(), "CREATE TABLE [S] ([n] char(255))").ok());
+    // Enough rows that two more journaled ones stay below the workbook's size (no fold).
+    for (int i = 0; i < 20; ++i) {
+      ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES ('a row of some length')").ok());
+    }
+    ASSERT_TRUE(db->Close().ok());
+    ASSERT_TRUE(Open(&db).ok());
+    if (readFirst) {
+      ASSERT_TRUE(Run(db.get(), "SELECT * FROM [S]").ok());
+    }
+    ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (1)").ok());
+    ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (2)").ok());
+    // What a crash leaves: the unchanged workbook and the journal.
+    std::filesystem::copy_file(path_, dir_ + "/book.saved");
+    std::filesystem::copy_file(path_ + "-journal", dir_ + "/journal.saved");
+    db.reset();
+    std::filesystem::rename(dir_ + "/book.saved", path_);
+    std::filesystem::rename(dir_ + "/journal.saved", path_ + "-journal");
+    ASSERT_EQ(RowsOnDisk(), 20) << readFirst;
+    ASSERT_TRUE(Open(&db).ok());
+    Outcome out;
+    ASSERT_TRUE(Run(db.get(), "SELECT * FROM [S]", &out).ok());
+    EXPECT_EQ(out.result->rowCount(), 22) << readFirst;
+    db.reset();
+    EXPECT_EQ(RowsOnDisk(), 22) << readFirst;
+  }
+}
+
 // Cut or damaged workbook files: connecting fails with an error naming the file, or (when
 // the damage missed everything that matters) succeeds and answers queries; never a crash.
 TEST_F(DatabaseTest, DamagedWorkbooksGiveErrorsNotCrashes) {
