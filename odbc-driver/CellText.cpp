@@ -17,6 +17,13 @@ void AppendNumber(double v, std::string* out) {
   }
   char buf[64];
   double a = std::fabs(v);
+  if (a < 9007199254740992.0 && v == std::trunc(v)) {
+    // Whole numbers below 2^53, most numbers in sheets: the digits the shortest form gives
+    // anyway, without the floating-point search for it.
+    auto res = std::to_chars(buf, buf + sizeof buf, static_cast<long long>(v));
+    out->append(buf, res.ptr);
+    return;
+  }
   auto fmt = (a >= 1e-5 && a < 1e16) ? std::chars_format::fixed : std::chars_format::scientific;
   auto res = std::to_chars(buf, buf + sizeof buf, v, fmt);
   out->append(buf, res.ptr);
