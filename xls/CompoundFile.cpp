@@ -43,12 +43,11 @@ Status CompoundFileReader::Chain(std::uint32_t start, const std::vector<std::uin
   std::uint32_t s = start;
   while (s != kEndOfChain) {
     if (s >= limit) {
-      return Status::Corruption(std::string(what) + ": sector index " + Num(s) +
-                                " out of range (" + Num(limit) + " sectors)");
+      return Status::Corruption(std::string(what) + ": sector index " + Num(s) + " out of range (" +
+                                Num(limit) + " sectors)");
     }
     if (out->size() >= limit) {
-      return Status::Corruption(std::string(what) + ": sector chain from " + Num(start) +
-                                " loops");
+      return Status::Corruption(std::string(what) + ": sector chain from " + Num(start) + " loops");
     }
     out->push_back(s);
     s = table[s];
@@ -66,7 +65,8 @@ Status CompoundFileReader::Open(const std::uint8_t* data, std::size_t size) {
     return Status::Unsupported("an Office Open XML (.xlsx) workbook, not an .xls file");
   }
   if (size >= 2 && data[0] == 0x09 && (data[1] == 0x00 || data[1] == 0x02 || data[1] == 0x04)) {
-    return Status::Unsupported("a bare Excel 2/3/4 (BIFF2-4) worksheet; only Excel 5 and later are read");
+    return Status::Unsupported(
+        "a bare Excel 2/3/4 (BIFF2-4) worksheet; only Excel 5 and later are read");
   }
   if (size < 512) {
     return Status::Corruption("file is " + Num(size) + " bytes, too short for a compound file");
@@ -79,11 +79,14 @@ Status CompoundFileReader::Open(const std::uint8_t* data, std::size_t size) {
   if (shift != 9 && shift != 12) {
     return Status::Corruption("compound file: unsupported sector size 2^" + Num(shift));
   }
-  if (GetU16(data + 32) != 6) return Status::Corruption("compound file: mini sector size is not 64");
+  if (GetU16(data + 32) != 6)
+    return Status::Corruption("compound file: mini sector size is not 64");
   sectorShift_ = shift;
   const std::size_t ss = std::size_t{1} << shift;
   // A last sector cut short is tolerated by rounding down: its bytes are unreadable.
-  sectorCount_ = size <= ss ? 0 : static_cast<std::uint32_t>(std::min<std::size_t>((size - ss) / ss, 0xFFFFFFF0u));
+  sectorCount_ =
+      size <= ss ? 0
+                 : static_cast<std::uint32_t>(std::min<std::size_t>((size - ss) / ss, 0xFFFFFFF0u));
   const std::uint32_t numFat = GetU32(data + 44);
   const std::uint32_t firstDir = GetU32(data + 48);
   miniCutoff_ = GetU32(data + 56);
@@ -104,7 +107,8 @@ Status CompoundFileReader::Open(const std::uint8_t* data, std::size_t size) {
   }
   const std::size_t perSector = ss / 4;
   std::uint32_t difat = firstDifat;
-  for (std::uint32_t k = 0; fatSectors.size() < numFat && difat != kEndOfChain && difat != kFree; ++k) {
+  for (std::uint32_t k = 0; fatSectors.size() < numFat && difat != kEndOfChain && difat != kFree;
+       ++k) {
     if (k >= numDifat || difat >= sectorCount_) {
       return Status::Corruption("compound file: DIFAT chain runs past its " + Num(numDifat) +
                                 " sectors or out of the file at sector " + Num(difat));
@@ -119,8 +123,8 @@ Status CompoundFileReader::Open(const std::uint8_t* data, std::size_t size) {
   fat_.reserve(fatSectors.size() * perSector);
   for (std::uint32_t s : fatSectors) {
     if (s >= sectorCount_) {
-      return Status::Corruption("compound file: FAT sector index " + Num(s) +
-                                " out of range (" + Num(sectorCount_) + " sectors)");
+      return Status::Corruption("compound file: FAT sector index " + Num(s) + " out of range (" +
+                                Num(sectorCount_) + " sectors)");
     }
     const std::uint8_t* p = sectorData(s);
     for (std::size_t i = 0; i < perSector; ++i) fat_.push_back(GetU32(p + 4 * i));
@@ -187,19 +191,21 @@ Status CompoundFileReader::ReadRegular(std::uint32_t start, std::uint64_t size, 
     return Status::Corruption(std::string(what) + ": " + Num(size) + " bytes but its chain holds " +
                               Num(chain.size()) + " sectors");
   }
-  out->resize(static_cast<std::size_t>(size));
-  std::size_t done = 0;
-  for (std::size_t i = 0; done < out->size(); ++i) {
-    std::size_t n = std::min(ss, out->size() - done);
-    std::memcpy(out->data() + done, sectorData(chain[i]), n);
-    done += n;
+  // Appended sector by sector into reserved room: no zero fill of a buffer about to be copied over.
+  out->clear();
+  out->reserve(static_cast<std::size_t>(size));
+  for (std::size_t i = 0; out->size() < size; ++i) {
+    std::size_t n = std::min<std::size_t>(ss, static_cast<std::size_t>(size) - out->size());
+    const std::uint8_t* from = sectorData(chain[i]);
+    out->insert(out->end(), from, from + n);
   }
   return Status::OK();
 }
 
 Status CompoundFileReader::ReadStream(std::string_view name, std::vector<std::uint8_t>* out) const {
   const Entry* e = Find(name);
-  if (e == nullptr) return Status::NotFound("compound file has no stream named " + std::string(name));
+  if (e == nullptr)
+    return Status::NotFound("compound file has no stream named " + std::string(name));
   std::string what = "stream " + std::string(name);
   if (e->size >= miniCutoff_) return ReadRegular(e->start, e->size, what.c_str(), out);
 
@@ -242,7 +248,8 @@ bool DirectoryLess(const std::string& a, const std::string& b) {
 
 void PutEntry(std::uint8_t* e, const std::string& name, std::uint8_t type, std::uint32_t left,
               std::uint32_t right, std::uint32_t child, std::uint32_t start, std::uint64_t size) {
-  for (std::size_t i = 0; i < name.size(); ++i) PutU16(e + 2 * i, static_cast<std::uint8_t>(name[i]));
+  for (std::size_t i = 0; i < name.size(); ++i)
+    PutU16(e + 2 * i, static_cast<std::uint8_t>(name[i]));
   PutU16(e + 64, static_cast<std::uint16_t>(2 * (name.size() + 1)));
   e[66] = type;
   e[67] = 1;  // black: a tree of black nodes only is a valid red-black tree when balanced
@@ -299,7 +306,8 @@ Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned secto
   }
   const std::uint64_t difatStart = fatStart + fatSectors;
   const std::uint64_t totalSectors = difatStart + difatSectors;
-  if (totalSectors >= 0xFFFFFFF0u) return Status::InvalidArgument("workbook too large for a compound file");
+  if (totalSectors >= 0xFFFFFFF0u)
+    return Status::InvalidArgument("workbook too large for a compound file");
 
   std::vector<std::uint32_t> fat(fatSectors * perSector, kFree);
   auto chain = [&fat](std::uint64_t first, std::uint64_t count) {
@@ -315,7 +323,8 @@ Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned secto
     } else if (size > 0) {
       std::uint64_t n = Sectors(size, kMiniSectorSize);
       for (std::uint64_t k = 0; k < n; ++k) {
-        miniFat[start[i] + k] = k + 1 == n ? kEndOfChain : static_cast<std::uint32_t>(start[i] + k + 1);
+        miniFat[start[i] + k] =
+            k + 1 == n ? kEndOfChain : static_cast<std::uint32_t>(start[i] + k + 1);
       }
     }
   }
@@ -372,7 +381,7 @@ Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned secto
   }
   // Entry i + 1 holds streams[order[i]]; the tree is built over that sorted range.
   std::function<std::uint32_t(std::size_t, std::size_t)> build = [&](std::size_t lo,
-                                                                      std::size_t hi) {
+                                                                     std::size_t hi) {
     if (lo >= hi) return kFree;
     std::size_t mid = lo + (hi - lo) / 2;
     const NamedStream& s = streams[order[mid]];

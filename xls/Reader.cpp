@@ -39,6 +39,10 @@ class BookReader {
   Status ReadSheet(std::size_t offset, Sheet* sheet);
   std::uint16_t StyleFor(std::uint16_t xf, bool* isDate);
   Status Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell, std::uint16_t xf);
+  // The cell a record at p addresses, made `type` with its style resolved, for the caller
+  // to fill in place; *out is nullptr when the cell is not kept (empty, default style).
+  Status Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type, std::uint16_t xf,
+               Cell** out);
 
   const std::uint8_t* data_;
   std::size_t size_;
@@ -59,7 +63,8 @@ std::string Hex(std::uint16_t v) {
 
 Status CheckBof(const Record& r) {
   if (r.id == rec::kBof2 || r.id == rec::kBof3 || r.id == rec::kBof4) {
-    return Status::Unsupported("an Excel 2/3/4 (BIFF2-4) workbook; only Excel 97 and later are read");
+    return Status::Unsupported(
+        "an Excel 2/3/4 (BIFF2-4) workbook; only Excel 97 and later are read");
   }
   if (r.id != rec::kBof || r.size < 4) {
     return Status::Corruption("workbook stream does not start with a BOF record (found " +
@@ -70,7 +75,8 @@ Status CheckBof(const Record& r) {
     return Status::Unsupported("an Excel 5.0/95 (BIFF5/BIFF7) workbook; save it as Excel 97-2003");
   }
   if (vers != 0x0600) {
-    return Status::Unsupported("BIFF version " + Hex(vers) + "; only BIFF8 (Excel 97-2003) is read");
+    return Status::Unsupported("BIFF version " + Hex(vers) +
+                               "; only BIFF8 (Excel 97-2003) is read");
   }
   return Status::OK();
 }
@@ -135,7 +141,8 @@ Status BookReader::ReadGlobals(std::vector<SheetInfo>* sheets) {
         SegmentReader in;
         in.Add(r.data + 6, r.size - 6);
         SheetInfo info{GetU32(r.data), ""};
-        if (!in.String(true, &info.name)) return Status::Corruption("BOUNDSHEET name runs past its record");
+        if (!in.String(true, &info.name))
+          return Status::Corruption("BOUNDSHEET name runs past its record");
         sheets->push_back(std::move(info));
         break;
       }
@@ -197,8 +204,9 @@ std::uint16_t BookReader::StyleFor(std::uint16_t xf, bool* isDate) {
   return static_cast<std::uint16_t>(xfStyle_[xf]);
 }
 
-Status BookReader::Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell,
-                       std::uint16_t xf) {
+Status BookReader::Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type,
+                         std::uint16_t xf, Cell** out) {
+  *out = nullptr;
   if (n < 6) return Status::Corruption("cell record too short");
   std::uint16_t row = GetU16(p), col = GetU16(p + 2);
   if (col >= kMaxColumns) {
@@ -206,18 +214,35 @@ Status BookReader::Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell 
                               sheet->name() + "\" is outside 256 columns");
   }
   bool isDate;
-  cell.style = StyleFor(xf, &isDate);
-  if (isDate && cell.type == CellType::kNumber) cell.type = CellType::kDateTime;
-  if (cell.isEmpty() && cell.style == 0) return Status::OK();
-  sheet->set(row, col, std::move(cell));
+  const std::uint16_t style = StyleFor(xf, &isDate);
+  if (isDate && type == CellType::kNumber) type = CellType::kDateTime;
+  if (type == CellType::kEmpty && style == 0) return Status::OK();
+  Cell& cell = sheet->mutableAt(row, col);
+  cell.type = type;
+  cell.style = style;
+  cell.number = 0;
+  cell.text.clear();
+  *out = &cell;
   return Status::OK();
+}
+
+Status BookReader::Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell,
+                       std::uint16_t xf) {
+  Cell* slot;
+  Status st = Place(sheet, p, n, cell.type, xf, &slot);
+  if (slot != nullptr) {
+    slot->number = cell.number;
+    slot->text = std::move(cell.text);
+  }
+  return st;
 }
 
 Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
   RecordCursor cur(data_, size_, offset);
   Record r;
   Status st;
-  if (!cur.Next(&r, &st)) return st.ok() ? Status::Corruption("sheet \"" + sheet->name() + "\" is empty") : st;
+  if (!cur.Next(&r, &st))
+    return st.ok() ? Status::Corruption("sheet \"" + sheet->name() + "\" is empty") : st;
   if (r.id != rec::kBof) {
     return Status::Corruption("sheet \"" + sheet->name() + "\" does not start with a BOF record");
   }
@@ -252,7 +277,9 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
           return Status::Corruption("LABELSST refers to string " + std::to_string(index) +
                                     " of a table of " + std::to_string(sst_.size()));
         }
-        st = Put(sheet, p, n, Cell::Text(sst_[index]), GetU16(p + 4));
+        Cell* cell;
+        st = Place(sheet, p, n, CellType::kText, GetU16(p + 4), &cell);
+        if (cell != nullptr) cell->text = sst_[index];
         break;
       }
       case rec::kLabel:
@@ -332,7 +359,8 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
           in.Add(r.data, r.size);
         }
         std::string text;
-        if (!in.String(false, &text)) return Status::Corruption("STRING record text runs past its record");
+        if (!in.String(false, &text))
+          return Status::Corruption("STRING record text runs past its record");
         st = Put(sheet, pendingCell, 6, Cell::Text(std::move(text)), GetU16(pendingCell + 4));
         break;
       }
@@ -356,7 +384,8 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbo
   if (cfb.HasStream("Workbook")) {
     s = cfb.ReadStream("Workbook", &stream);
   } else if (cfb.HasStream("Book")) {
-    return Status::Unsupported("an Excel 5.0/95 (BIFF5) workbook (\"Book\" stream); save it as Excel 97-2003");
+    return Status::Unsupported(
+        "an Excel 5.0/95 (BIFF5) workbook (\"Book\" stream); save it as Excel 97-2003");
   } else {
     return Status::Corruption("compound file has no Workbook stream");
   }

@@ -53,8 +53,10 @@ void Utf8ToUtf16(std::string_view s, std::vector<std::uint16_t>* out) {
     }
     bool ok = i + len <= n;
     for (std::size_t k = 1; ok && k < len; ++k) {
-      if ((p[i + k] & 0xC0) != 0x80) ok = false;
-      else c = (c << 6) | (p[i + k] & 0x3F);
+      if ((p[i + k] & 0xC0) != 0x80)
+        ok = false;
+      else
+        c = (c << 6) | (p[i + k] & 0x3F);
     }
     if (ok && ((len == 3 && (c < 0x800 || (c >= 0xD800 && c <= 0xDFFF))) ||
                (len == 4 && (c < 0x10000 || c > 0x10FFFF)))) {
@@ -83,7 +85,6 @@ constexpr std::uint16_t kCp1252High[32] = {
     0x20AC, 0xFFFD, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
     0x2039, 0x0152, 0xFFFD, 0x017D, 0xFFFD, 0xFFFD, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0xFFFD, 0x017E, 0x0178};
-
 
 }  // namespace
 
@@ -135,6 +136,10 @@ void CodepageDecoder::Append(const std::uint8_t* p, std::size_t n, std::string* 
 }
 
 bool SegmentReader::U8(std::uint8_t* v) {
+  if (seg_ < segments_.size() && off_ < segments_[seg_].n) {
+    *v = segments_[seg_].p[off_++];
+    return true;
+  }
   while (seg_ < segments_.size() && off_ == segments_[seg_].n) {
     ++seg_;
     off_ = 0;
@@ -145,6 +150,11 @@ bool SegmentReader::U8(std::uint8_t* v) {
 }
 
 bool SegmentReader::U16(std::uint16_t* v) {
+  if (seg_ < segments_.size() && segments_[seg_].n - off_ >= 2) {
+    *v = GetU16(segments_[seg_].p + off_);
+    off_ += 2;
+    return true;
+  }
   std::uint8_t a, b;
   if (!U8(&a) || !U8(&b)) return false;
   *v = static_cast<std::uint16_t>(a | (b << 8));
@@ -181,7 +191,8 @@ void SegmentReader::SkipSegmentEnd() {
 
 std::size_t SegmentReader::remaining() const {
   std::size_t r = 0;
-  for (std::size_t i = seg_; i < segments_.size(); ++i) r += segments_[i].n - (i == seg_ ? off_ : 0);
+  for (std::size_t i = seg_; i < segments_.size(); ++i)
+    r += segments_[i].n - (i == seg_ ? off_ : 0);
   return r;
 }
 
@@ -204,9 +215,14 @@ bool SegmentReader::Chars(std::size_t cch, bool wide, std::string* out) {
         AppendUtf8(0xFFFD, out);
         pendingHigh = 0;
       }
-      for (std::size_t i = 0; i < n; ++i) {
-        if (p[i] < 0x80) out->push_back(static_cast<char>(p[i]));
-        else AppendUtf8(p[i], out);
+      std::size_t ascii = 0;
+      while (ascii < n && p[ascii] < 0x80) ++ascii;
+      out->append(reinterpret_cast<const char*>(p), ascii);
+      for (std::size_t i = ascii; i < n; ++i) {
+        if (p[i] < 0x80)
+          out->push_back(static_cast<char>(p[i]));
+        else
+          AppendUtf8(p[i], out);
       }
       off_ += n;
       cch -= n;
@@ -225,9 +241,12 @@ bool SegmentReader::Chars(std::size_t cch, bool wide, std::string* out) {
         AppendUtf8(0xFFFD, out);
         pendingHigh = 0;
       }
-      if (u >= 0xD800 && u <= 0xDBFF) pendingHigh = u;
-      else if (u >= 0xDC00 && u <= 0xDFFF) AppendUtf8(0xFFFD, out);
-      else AppendUtf8(u, out);
+      if (u >= 0xD800 && u <= 0xDBFF)
+        pendingHigh = u;
+      else if (u >= 0xDC00 && u <= 0xDFFF)
+        AppendUtf8(0xFFFD, out);
+      else
+        AppendUtf8(u, out);
     }
     off_ += 2 * n;
     cch -= n;
@@ -251,6 +270,8 @@ bool SegmentReader::String(bool shortLength, std::string* out) {
   std::uint32_t phonetic = 0;
   if ((flags & 0x08) && !U16(&runs)) return false;
   if ((flags & 0x04) && !U32(&phonetic)) return false;
+  // Bounded by the 16-bit count: at most 3 UTF-8 bytes per UTF-16 unit.
+  out->reserve(out->size() + std::size_t{cch} * ((flags & 1) ? 3 : 1));
   if (!Chars(cch, (flags & 1) != 0, out)) return false;
   return Skip(4 * std::size_t{runs}) && Skip(phonetic);
 }
@@ -405,12 +426,16 @@ void WriteString(RecordWriter& w, std::string_view s, bool shortLength) {
   std::size_t max = shortLength ? 255 : kMaxCellChars;
   if (units.size() > max) units.resize(max);
   bool wide = std::any_of(units.begin(), units.end(), [](std::uint16_t u) { return u > 0xFF; });
-  if (shortLength) w.U8(static_cast<std::uint8_t>(units.size()));
-  else w.U16(static_cast<std::uint16_t>(units.size()));
+  if (shortLength)
+    w.U8(static_cast<std::uint8_t>(units.size()));
+  else
+    w.U16(static_cast<std::uint16_t>(units.size()));
   w.U8(wide ? 1 : 0);
   for (std::uint16_t u : units) {
-    if (wide) w.U16(u);
-    else w.U8(static_cast<std::uint8_t>(u));
+    if (wide)
+      w.U16(u);
+    else
+      w.U8(static_cast<std::uint8_t>(u));
   }
 }
 

@@ -9,20 +9,25 @@ namespace xls {
 
 std::string Status::ToString() const {
   switch (code_) {
-    case Code::kOk: return "OK";
-    case Code::kNotFound: return "not found: " + message_;
-    case Code::kIOError: return "I/O error: " + message_;
-    case Code::kCorruption: return "corruption: " + message_;
-    case Code::kUnsupported: return "unsupported: " + message_;
-    case Code::kInvalidArgument: return "invalid argument: " + message_;
+    case Code::kOk:
+      return "OK";
+    case Code::kNotFound:
+      return "not found: " + message_;
+    case Code::kIOError:
+      return "I/O error: " + message_;
+    case Code::kCorruption:
+      return "corruption: " + message_;
+    case Code::kUnsupported:
+      return "unsupported: " + message_;
+    case Code::kInvalidArgument:
+      return "invalid argument: " + message_;
   }
   return message_;
 }
 
 bool Style::operator==(const Style& o) const {
-  return bold == o.bold && horizontal == o.horizontal && vertical == o.vertical &&
-         left == o.left && right == o.right && top == o.top && bottom == o.bottom &&
-         numberFormat == o.numberFormat;
+  return bold == o.bold && horizontal == o.horizontal && vertical == o.vertical && left == o.left &&
+         right == o.right && top == o.top && bottom == o.bottom && numberFormat == o.numberFormat;
 }
 
 Cell Cell::Text(std::string s, std::uint16_t style) {
@@ -68,9 +73,12 @@ Cell Cell::DateTime(double serial, std::uint16_t style) {
 bool Cell::operator==(const Cell& o) const {
   if (type != o.type || style != o.style) return false;
   switch (type) {
-    case CellType::kEmpty: return true;
-    case CellType::kText: return text == o.text;
-    default: return number == o.number;
+    case CellType::kEmpty:
+      return true;
+    case CellType::kText:
+      return text == o.text;
+    default:
+      return number == o.number;
   }
 }
 
@@ -90,7 +98,14 @@ Cell& Sheet::mutableAt(int row, int column) {
   assert(row >= 0 && row < kMaxRows && column >= 0 && column < kMaxColumns);
   if (row >= static_cast<int>(rows_.size())) rows_.resize(row + 1);
   auto& r = rows_[row];
-  if (column >= static_cast<int>(r.size())) r.resize(column + 1);
+  if (column == static_cast<int>(r.size()) && r.capacity() > r.size()) return r.emplace_back();
+  if (column >= static_cast<int>(r.size())) {
+    // A new row is likely as long as the one above it: reserving that much spares the
+    // row its doublings while it fills, and never reserves more than cells already stored.
+    if (r.capacity() == 0 && row > 0)
+      r.reserve(std::max<std::size_t>(column + 1, rows_[row - 1].size()));
+    r.resize(column + 1);
+  }
   return r[column];
 }
 
@@ -189,7 +204,13 @@ bool Workbook::isValidSheetName(std::string_view name) {
   for (unsigned char ch : name) {
     if ((ch & 0xC0) != 0x80) ++chars;
     switch (ch) {
-      case ':': case '\\': case '/': case '?': case '*': case '[': case ']':
+      case ':':
+      case '\\':
+      case '/':
+      case '?':
+      case '*':
+      case '[':
+      case ']':
         return false;
       default:
         break;
