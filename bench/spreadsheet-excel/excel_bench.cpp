@@ -6,7 +6,7 @@
 //            headless converting the same workbook.
 // Best of N wall-clock runs each; run it from a Release build without sanitizers.
 //
-// usage: excel_bench [--peers-only] [--runs N] [DRIVER.so]
+// usage: excel_bench [--peers-only] [--runs N] [DRIVER.so]  (default: the driver built here)
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -70,6 +70,9 @@ int main(int argc, char** argv) {
       driver = a;
     }
   }
+#ifdef XLSODBC_DRIVER_PATH
+  if (driver.empty()) driver = XLSODBC_DRIVER_PATH;  // the driver built beside this program
+#endif
   if (!peersOnly && driver.empty()) {
     std::fprintf(stderr, "usage: excel_bench [--peers-only] [--runs N] [DRIVER.so]\n");
     return 2;
