@@ -10,29 +10,12 @@
 #include <vector>
 
 #include "platform/MessageBox.h"
+#include "platform/ExcelDispIds.h"
 #include "spreadsheet/SpreadSheet.h"
 
 namespace {
 
-enum : DISPID {
-  kBold = 0x60,
-  kName = 0x6E,
-  kWeight = 0x78,
-  kVerticalAlignment = 0x89,
-  kFont = 0x92,
-  kItem = 0xAA,
-  kAdd = 0xB5,
-  kRange = 0xC5,
-  kAutoFit = 0xED,
-  kEntireColumn = 0xF6,
-  kResize = 0x100,
-  kBorders = 0x1B3,
-  kSheets = 0x1E5,
-  kVisible = 0x22E,
-  kWorkbooks = 0x23C,
-  kUserControl = 0x4BA,
-  kValue2 = 0x56C
-};
+using namespace excel_dispid;
 constexpr short kXlCenter = -4108;
 constexpr short kHeaderWeight = 3;
 constexpr short kDataWeight = 2;                                    // xlThin
