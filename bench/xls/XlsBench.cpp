@@ -1,6 +1,8 @@
 // Writes and reads a 65,536 x 31 sheet of distinct short strings with our codec, then
-// times python3-xlwt writing and python3-xlrd reading the same sheet in the same run.
+// times python3-xlwt writing and python3-xlrd reading the same sheet in the same run
+// (reads best of three on both sides).
 // Usage: xls_bench [folder]   (prints seconds and the ratios)
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -29,11 +31,16 @@ int main(int argc, char** argv) {
   xls::Status s = xls::WriteWorkbook(ours, wb);
   double write = Seconds(t);
   if (!s.ok()) return std::fprintf(stderr, "%s\n", s.ToString().c_str()), 1;
-  xls::Workbook back;
-  t = std::chrono::steady_clock::now();
-  s = xls::ReadWorkbook(ours, &back);
-  double read = Seconds(t);
-  if (!s.ok()) return std::fprintf(stderr, "%s\n", s.ToString().c_str()), 1;
+  // Reads are timed best of three on both sides: on a shared machine one run can be
+  // slowed by others' work, and the best run is the one that shows the code.
+  double read = 1e9;
+  for (int i = 0; i < 3; ++i) {
+    xls::Workbook back;
+    t = std::chrono::steady_clock::now();
+    s = xls::ReadWorkbook(ours, &back);
+    read = std::min(read, Seconds(t));
+    if (!s.ok()) return std::fprintf(stderr, "%s\n", s.ToString().c_str()), 1;
+  }
 
   std::string py = "/usr/bin/python3 -c \"import sys,time,xlwt,xlrd\n"
                    "b=xlwt.Workbook();s=b.add_sheet('Data')\n"
@@ -41,7 +48,10 @@ int main(int argc, char** argv) {
                    "for r in range(65536):\n"
                    "  for c in range(31): s.write(r,c,'r%dc%d'%(r,c))\n"
                    "b.save(sys.argv[1]);w=time.time()-t\n"
-                   "t=time.time();xlrd.open_workbook(sys.argv[2]);print(w,time.time()-t)\" " +
+                   "r=1e9\n"
+                   "for i in range(3):\n"
+                   "  t=time.time();xlrd.open_workbook(sys.argv[2]);r=min(r,time.time()-t)\n"
+                   "print(w,r)\" " +
                    theirs + " " + ours;
   FILE* f = ::popen(py.c_str(), "r");
   double xlwtWrite = 0, xlrdRead = 0;
