@@ -1,5 +1,7 @@
 // Editing headers, rows and cells in memory; outside a transaction every edit saves the
 // whole sheet at once through Commit, whose result the edit does not look at.
+#include <utility>
+
 #include "spreadsheet/RowLine.h"
 #include "spreadsheet/SpreadSheet.h"
 
@@ -53,7 +55,10 @@ bool CSpreadSheet::AddRow(CStringArray& RowValues, long row, bool replace) {
   rowline::Build(RowValues, delimiter, scratchLine);
 
   if (row == 0) {
-    rowLines.Add(scratchLine);
+    // The built line moves into the new row: appending a long run of rows copies no
+    // line twice. The work area is left empty; its contents mean nothing to later calls.
+    rowLines.items().push_back(std::move(scratchLine));
+    scratchLine.Empty();
     ++totalRows;
   } else if (row > totalRows) {
     rowline::BuildBlank(totalColumns, delimiter, isExcel, scratchValue);

@@ -1,5 +1,6 @@
 #include "spreadsheet/RowLine.h"
 
+#include <cstdint>
 #include <cstring>
 
 #if defined(__SSE2__)
@@ -269,6 +270,33 @@ std::size_t CountValues(const std::string& line, const std::string& delimiter, F
   return delimiters + 1;
 }
 
+namespace {
+
+// Copies n bytes; values of a row are mostly a few bytes long, where a library call
+// costs more than the copy. Short runs move as two overlapping fixed-size blocks.
+inline char* CopyShort(char* to, const char* from, std::size_t n) {
+  if (n >= 8 && n <= 16) {
+    std::uint64_t head, tail;
+    std::memcpy(&head, from, 8);
+    std::memcpy(&tail, from + n - 8, 8);
+    std::memcpy(to, &head, 8);
+    std::memcpy(to + n - 8, &tail, 8);
+  } else if (n >= 4 && n < 8) {
+    std::uint32_t head, tail;
+    std::memcpy(&head, from, 4);
+    std::memcpy(&tail, from + n - 4, 4);
+    std::memcpy(to, &head, 4);
+    std::memcpy(to + n - 4, &tail, 4);
+  } else if (n < 4) {
+    for (std::size_t i = 0; i < n; ++i) to[i] = from[i];
+  } else {
+    std::memcpy(to, from, n);
+  }
+  return to + n;
+}
+
+}  // namespace
+
 void Build(const CStringArray& values, const CString& delimiter, CString& out) {
   // The length is known up front, so the line is sized once and filled by copies
   // rather than grown by four appends per value.
@@ -286,13 +314,9 @@ void Build(const CStringArray& values, const CString& delimiter, CString& out) {
   for (std::size_t i = 0; i < v.size(); ++i) {
     const std::string& value = v[i].str();
     *p++ = '"';
-    if (!value.empty()) std::memcpy(p, value.data(), value.size());
-    p += value.size();
+    p = CopyShort(p, value.data(), value.size());
     *p++ = '"';
-    if (i + 1 < v.size()) {
-      std::memcpy(p, d.data(), d.size());
-      p += d.size();
-    }
+    if (i + 1 < v.size()) p = CopyShort(p, d.data(), d.size());
   }
 }
 
