@@ -38,6 +38,23 @@ OneByteCounts CountOneByteInOrder(const char* s, std::size_t n, char d) {
 }
 
 #if defined(__SSE2__)
+// Positions q..q+15 of s (reading bytes q-1..q+16): the lanes holding the delimiter,
+// and those holding a delimiter with a quote on each side.
+struct Lanes {
+  __m128i delimiters;
+  __m128i candidates;
+};
+
+inline Lanes LoadLanes(const char* s, std::size_t q, __m128i wanted, __m128i quote) {
+  const __m128i isDelimiter =
+      _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q)), wanted);
+  const __m128i quoteBefore =
+      _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q - 1)), quote);
+  const __m128i quoteAfter =
+      _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q + 1)), quote);
+  return {isDelimiter, _mm_and_si128(isDelimiter, _mm_and_si128(quoteBefore, quoteAfter))};
+}
+
 // The sum of the sixteen byte lanes of v, each at most 255.
 std::size_t SumLanes(__m128i v) {
   const __m128i halves = _mm_sad_epu8(v, _mm_setzero_si128());
@@ -65,14 +82,9 @@ OneByteCounts CountOneByte(const std::string& line, char d) {
     int blocks = 0;
     std::size_t q = 1;
     for (; q + 17 <= n; q += 16) {  // positions q..q+15, bytes q-1..q+16
-      const __m128i isDelimiter =
-          _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q)), wanted);
-      const __m128i quoteBefore =
-          _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q - 1)), quote);
-      const __m128i quoteAfter =
-          _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q + 1)), quote);
-      const __m128i candidates = _mm_and_si128(isDelimiter, _mm_and_si128(quoteBefore, quoteAfter));
-      delimiterLanes = _mm_sub_epi8(delimiterLanes, isDelimiter);  // a match is -1
+      const Lanes lanes = LoadLanes(s, q, wanted, quote);
+      const __m128i candidates = lanes.candidates;
+      delimiterLanes = _mm_sub_epi8(delimiterLanes, lanes.delimiters);  // a match is -1
       candidateLanes = _mm_sub_epi8(candidateLanes, candidates);
       // Two apart: within this block, and across the edge with the previous block.
       conflicts = _mm_or_si128(conflicts, _mm_and_si128(candidates, _mm_srli_si128(candidates, 2)));
@@ -166,14 +178,8 @@ void ForEachPatternOneByte(const std::string& line, char d, Visit visit) {
   const __m128i wanted = _mm_set1_epi8(d);
   const __m128i quote = _mm_set1_epi8('"');
   for (; q + 17 <= n; q += 16) {  // positions q..q+15, bytes q-1..q+16
-    const __m128i isDelimiter =
-        _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q)), wanted);
-    const __m128i quoteBefore =
-        _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q - 1)), quote);
-    const __m128i quoteAfter =
-        _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + q + 1)), quote);
-    unsigned candidates = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_and_si128(isDelimiter, _mm_and_si128(quoteBefore, quoteAfter))));
+    unsigned candidates =
+        static_cast<unsigned>(_mm_movemask_epi8(LoadLanes(s, q, wanted, quote).candidates));
     while (candidates != 0) {
       const std::size_t p = q + static_cast<std::size_t>(__builtin_ctz(candidates));
       candidates &= candidates - 1;
