@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "tests/support/TempDir.h"
 #include "xls/Xls.h"
 
 namespace xls {
@@ -15,19 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class TempDir {
- public:
-  TempDir() {
-    char tmpl[] = "/tmp/xls-test-XXXXXX";
-    path_ = ::mkdtemp(tmpl);
-  }
-  ~TempDir() { fs::remove_all(path_); }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+using testing_support::TempDir;
 
 Workbook Sample() {
   Workbook wb;
