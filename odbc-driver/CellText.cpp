@@ -2,31 +2,108 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace xlsodbc {
 
-void AppendNumber(double v, std::string* out) {
+namespace {
+
+constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,
+                             1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19};
+constexpr std::uint64_t kPow10Int[] = {1ull,
+                                       10ull,
+                                       100ull,
+                                       1000ull,
+                                       10000ull,
+                                       100000ull,
+                                       1000000ull,
+                                       10000000ull,
+                                       100000000ull,
+                                       1000000000ull,
+                                       10000000000ull,
+                                       100000000000ull,
+                                       1000000000000ull,
+                                       10000000000000ull,
+                                       100000000000000ull,
+                                       1000000000000000ull,
+                                       10000000000000000ull,
+                                       100000000000000000ull,
+                                       1000000000000000000ull,
+                                       10000000000000000000ull};
+
+// The shortest fixed-notation text of a (positive, not whole) by trying 1, 2, ... decimals:
+// a k-decimal number n / 10^k reads back as a exactly when the IEEE quotient of the two
+// exact values n and 10^k is a, since division rounds as reading the decimal does. While
+// 10^k times the gap to the next double stays under 1, at most one n can read back and it is
+// within one of a * 10^k, so the first k with such an n gives the shortest form, which is
+// what to_chars would find with its general search, at a fraction of the cost. Returns the
+// length written into out, 0 when the value is left to to_chars.
+std::size_t ShortDecimals(double a, char* out) {
+  std::uint64_t bits;
+  std::memcpy(&bits, &a, sizeof bits);
+  ++bits;  // the next double up (a is finite and below 2^53)
+  double next;
+  std::memcpy(&next, &bits, sizeof next);
+  const double gap = next - a;
+  for (int k = 1; k < 20; ++k) {
+    if (gap * kPow10[k] >= 1) return 0;  // more than one n could read back
+    double x = a * kPow10[k];
+    if (x >= 9007199254740991.0) return 0;  // n would not be exact
+    auto c = static_cast<double>(static_cast<std::int64_t>(x + 0.5));
+    double n = -1;
+    if (c / kPow10[k] == a) {
+      n = c;
+    } else if (c - 1 > 0 && (c - 1) / kPow10[k] == a) {
+      n = c - 1;
+    } else if ((c + 1) / kPow10[k] == a) {
+      n = c + 1;
+    }
+    if (n < 0) continue;
+    auto digits = static_cast<std::uint64_t>(n);
+    std::uint64_t whole = digits / kPow10Int[k], frac = digits % kPow10Int[k];
+    if (frac % 10 == 0) return 0;  // cannot happen: k - 1 decimals would have read back
+    char* p = std::to_chars(out, out + 24, whole).ptr;
+    *p++ = '.';
+    for (int i = k - 1; i >= 0; --i, frac /= 10) p[i] = static_cast<char>('0' + frac % 10);
+    return static_cast<std::size_t>(p + k - out);
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::size_t FormatNumberTo(double v, char* out) {
   if (v == 0) {  // also -0
-    out->push_back('0');
-    return;
+    out[0] = '0';
+    return 1;
   }
   if (!std::isfinite(v)) {
-    out->append(std::isnan(v) ? "NaN" : (v < 0 ? "-Infinity" : "Infinity"));
-    return;
+    const char* t = std::isnan(v) ? "NaN" : (v < 0 ? "-Infinity" : "Infinity");
+    std::size_t n = std::strlen(t);
+    std::memcpy(out, t, n);
+    return n;
   }
-  char buf[64];
   double a = std::fabs(v);
   if (a < 9007199254740992.0 && v == std::trunc(v)) {
     // Whole numbers below 2^53, most numbers in sheets: the digits the shortest form gives
     // anyway, without the floating-point search for it.
-    auto res = std::to_chars(buf, buf + sizeof buf, static_cast<long long>(v));
-    out->append(buf, res.ptr);
-    return;
+    return static_cast<std::size_t>(
+        std::to_chars(out, out + kNumberTextMax, static_cast<long long>(v)).ptr - out);
+  }
+  if (a >= 1e-5 && a < 1e16) {
+    std::size_t sign = v < 0 ? 1 : 0;
+    out[0] = '-';
+    if (std::size_t n = ShortDecimals(a, out + sign)) return sign + n;
   }
   auto fmt = (a >= 1e-5 && a < 1e16) ? std::chars_format::fixed : std::chars_format::scientific;
-  auto res = std::to_chars(buf, buf + sizeof buf, v, fmt);
-  out->append(buf, res.ptr);
+  return static_cast<std::size_t>(std::to_chars(out, out + kNumberTextMax, v, fmt).ptr - out);
+}
+
+void AppendNumber(double v, std::string* out) {
+  char buf[kNumberTextMax];
+  out->append(buf, FormatNumberTo(v, buf));
 }
 
 std::string FormatNumber(double v) {

@@ -13,6 +13,10 @@ namespace xlsodbc {
 // 1e16, exponent form outside. Locale-independent.
 void AppendNumber(double v, std::string* out);
 std::string FormatNumber(double v);
+// The same text written into out, which holds at least kNumberTextMax bytes; returns its
+// length (no terminator).
+constexpr std::size_t kNumberTextMax = 64;
+std::size_t FormatNumberTo(double v, char* out);
 
 // Serial day number to "YYYY-MM-DD HH:MM:SS", in the 1900 or 1904 date system.
 std::string FormatDateTime(double serial, bool date1904);
