@@ -1,4 +1,6 @@
 // ODBC entry points: result set shape, fetching and getting values.
+#include <cstring>
+
 #include "odbc-driver/Convert.h"
 #include "odbc-driver/Diagnostics.h"
 #include "odbc-driver/Handles.h"
@@ -18,12 +20,13 @@ const ColumnInfo* Column(Stmt* s, SQLUSMALLINT number) {
 
 SQLRETURN FillBound(Stmt* stmt) {
   SQLRETURN ret = SQL_SUCCESS;
-  std::string text;
+  char buf[ResultSet::kTextBuffer];
+  std::string_view text;
   for (auto& [number, b] : stmt->columns) {
     if (number < 1 || number > ColumnCount(stmt)) continue;
-    bool present = stmt->result->value(stmt->row, number - 1, &text);
+    bool present = stmt->result->text(stmt->row, number - 1, buf, &stmt->scratch, &text);
     std::size_t offset = 0;
-    ConvertResult r = ConvertText(present ? &text : nullptr, b.cType, b.buffer, b.bufferLength,
+    ConvertResult r = ConvertView(present ? &text : nullptr, b.cType, b.buffer, b.bufferLength,
                                   b.indicator, &offset);
     if (r.ret == SQL_ERROR) return PostError(stmt, r.state, r.message);
     if (r.ret == SQL_SUCCESS_WITH_INFO) ret = PostWarning(stmt, r.state, r.message);
@@ -215,9 +218,20 @@ SQLRETURN SQL_API SQLGetData(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT c
     stmt->dataColumn = number;
     stmt->dataOffset = 0;
   }
-  std::string& text = stmt->scratch;  // reused: a whole-sheet fetch allocates little
-  bool present = stmt->result->value(stmt->row, number - 1, &text);
-  ConvertResult r = ConvertText(present ? &text : nullptr, cType, buffer, bufferLength, indicator,
+  char buf[ResultSet::kTextBuffer];
+  std::string_view text;
+  bool present = stmt->result->text(stmt->row, number - 1, buf, &stmt->scratch, &text);
+  if (present && (cType == SQL_C_CHAR || cType == SQL_C_DEFAULT) && stmt->dataOffset == 0 &&
+      buffer && bufferLength > 0 && text.size() < static_cast<std::size_t>(bufferLength)) {
+    // The whole value fits, the common case: what ConvertView does, without building its
+    // result. The offset marks the value delivered, so another call answers SQL_NO_DATA.
+    std::memcpy(buffer, text.data(), text.size());
+    static_cast<char*>(buffer)[text.size()] = '\0';
+    if (indicator) *indicator = static_cast<SQLLEN>(text.size());
+    stmt->dataOffset = text.empty() ? 1 : text.size();
+    return SQL_SUCCESS;
+  }
+  ConvertResult r = ConvertView(present ? &text : nullptr, cType, buffer, bufferLength, indicator,
                                 &stmt->dataOffset);
   if (r.ret == SQL_ERROR) return PostError(stmt, r.state, r.message);
   if (r.ret == SQL_SUCCESS_WITH_INFO) return PostWarning(stmt, r.state, r.message);

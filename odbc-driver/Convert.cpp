@@ -101,7 +101,7 @@ ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, S
 
 }  // namespace
 
-std::u16string Utf8ToUtf16(const std::string& s) {
+std::u16string Utf8ToUtf16(std::string_view s) {
   std::u16string out;
   out.reserve(s.size());
   std::size_t i = 0;
@@ -176,6 +176,13 @@ std::string Utf16ToUtf8(const SQLWCHAR* s, std::size_t units) {
 
 ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER buffer,
                           SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset) {
+  if (!text) return ConvertView(nullptr, cType, buffer, bufferLength, indicator, offset);
+  std::string_view view(*text);
+  return ConvertView(&view, cType, buffer, bufferLength, indicator, offset);
+}
+
+ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPOINTER buffer,
+                          SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset) {
   if (!text) {
     if (*offset > 0) return ConvertResult{SQL_NO_DATA, nullptr, {}};
     *offset = 1;
@@ -199,37 +206,38 @@ ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER
   }
   if (*offset > 0) return ConvertResult{SQL_NO_DATA, nullptr, {}};
   *offset = 1;
+  const std::string whole(*text);
   switch (cType) {
     case SQL_C_LONG:
     case SQL_C_SLONG:
-      return PutInteger<SQLINTEGER>(*text, buffer, indicator);
+      return PutInteger<SQLINTEGER>(whole, buffer, indicator);
     case SQL_C_ULONG:
-      return PutInteger<SQLUINTEGER>(*text, buffer, indicator);
+      return PutInteger<SQLUINTEGER>(whole, buffer, indicator);
     case SQL_C_SHORT:
     case SQL_C_SSHORT:
-      return PutInteger<SQLSMALLINT>(*text, buffer, indicator);
+      return PutInteger<SQLSMALLINT>(whole, buffer, indicator);
     case SQL_C_USHORT:
-      return PutInteger<SQLUSMALLINT>(*text, buffer, indicator);
+      return PutInteger<SQLUSMALLINT>(whole, buffer, indicator);
     case SQL_C_TINYINT:
     case SQL_C_STINYINT:
-      return PutInteger<SQLSCHAR>(*text, buffer, indicator);
+      return PutInteger<SQLSCHAR>(whole, buffer, indicator);
     case SQL_C_UTINYINT:
     case SQL_C_BIT:
-      return PutInteger<SQLCHAR>(*text, buffer, indicator);
+      return PutInteger<SQLCHAR>(whole, buffer, indicator);
     case SQL_C_SBIGINT:
-      return PutInteger<SQLBIGINT>(*text, buffer, indicator);
+      return PutInteger<SQLBIGINT>(whole, buffer, indicator);
     case SQL_C_UBIGINT:
-      return PutInteger<SQLUBIGINT>(*text, buffer, indicator);
+      return PutInteger<SQLUBIGINT>(whole, buffer, indicator);
     case SQL_C_DOUBLE:
-      return PutFloat<SQLDOUBLE>(*text, buffer, indicator);
+      return PutFloat<SQLDOUBLE>(whole, buffer, indicator);
     case SQL_C_FLOAT:
-      return PutFloat<SQLREAL>(*text, buffer, indicator);
+      return PutFloat<SQLREAL>(whole, buffer, indicator);
     case SQL_C_TYPE_TIMESTAMP:
     case SQL_C_TIMESTAMP:
     case SQL_C_TYPE_DATE:
     case SQL_C_DATE: {
       SQL_TIMESTAMP_STRUCT ts;
-      if (!ParseTimestamp(*text, &ts)) return Fail("22018", "'" + *text + "' is not a date.");
+      if (!ParseTimestamp(whole, &ts)) return Fail("22018", "'" + whole + "' is not a date.");
       if (cType == SQL_C_TYPE_DATE || cType == SQL_C_DATE) {
         SQL_DATE_STRUCT d{ts.year, ts.month, ts.day};
         if (buffer) std::memcpy(buffer, &d, sizeof d);

@@ -6,6 +6,7 @@
 #include <sqlext.h>
 
 #include <string>
+#include <string_view>
 
 #include "odbc-driver/Sql.h"
 
@@ -22,10 +23,13 @@ struct ConvertResult {
 // and SQL_NO_DATA says everything was; other types ignore it.
 ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER buffer,
                           SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset);
+// The same over text held elsewhere (a cell, a number formatted on the stack).
+ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPOINTER buffer,
+                          SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset);
 
 // UTF-8 to UTF-16 code units (SQLWCHAR is 16 bits with unixODBC) and back; malformed bytes
 // become U+FFFD.
-std::u16string Utf8ToUtf16(const std::string& s);
+std::u16string Utf8ToUtf16(std::string_view s);
 std::string Utf16ToUtf8(const SQLWCHAR* s, std::size_t units);
 
 // A bound parameter's current value.

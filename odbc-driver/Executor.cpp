@@ -327,6 +327,26 @@ class SheetResult : public ResultSet {
                                columnIndex_[static_cast<std::size_t>(column)]),
                     book_->date1904, out);
   }
+  bool text(long row, int column, char* buf, std::string* scratch,
+            std::string_view* out) const override {
+    const xls::Cell& cell = sheet_->at(rows_[static_cast<std::size_t>(row)],
+                                       columnIndex_[static_cast<std::size_t>(column)]);
+    switch (cell.type) {
+      case xls::CellType::kEmpty:
+        return false;
+      case xls::CellType::kText:
+        *out = cell.text;
+        return true;
+      case xls::CellType::kNumber:
+        static_assert(kTextBuffer >= kNumberTextMax, "a number's text fits the buffer");
+        *out = std::string_view(buf, FormatNumberTo(cell.number, buf));
+        return true;
+      default:
+        CellText(cell, book_->date1904, scratch);
+        *out = *scratch;
+        return true;
+    }
+  }
 
  private:
   std::shared_ptr<const Workbook> book_;

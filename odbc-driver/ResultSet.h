@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace xlsodbc {
@@ -25,6 +26,17 @@ class ResultSet {
   virtual long rowCount() const = 0;
   // REQUIRES: row < rowCount(), column < columns().size(). False for NULL (*out empty).
   virtual bool value(long row, int column, std::string* out) const = 0;
+  // The same value without a copy where the result can give one: *out views the result's
+  // own storage, buf (kTextBuffer bytes) or *scratch, and stays valid until the next call
+  // with them. False for NULL. This is the path of every SQLGetData.
+  static constexpr std::size_t kTextBuffer = 64;
+  virtual bool text(long row, int column, char* buf, std::string* scratch,
+                    std::string_view* out) const {
+    (void)buf;
+    bool present = value(row, column, scratch);
+    *out = *scratch;
+    return present;
+  }
 };
 
 // A result held as text, for catalog calls and small answers.
