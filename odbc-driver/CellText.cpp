@@ -48,21 +48,30 @@ std::size_t ShortDecimals(double a, char* out) {
   std::memcpy(&next, &bits, sizeof next);
   const double gap = next - a;
   for (int k = 1; k < 20; ++k) {
-    if (gap * kPow10[k] >= 1) return 0;  // more than one n could read back
+    const double spread = gap * kPow10[k];
+    if (spread >= 1) return 0;  // more than one n could read back
     double x = a * kPow10[k];
     if (x >= 9007199254740991.0) return 0;  // n would not be exact
     auto c = static_cast<double>(static_cast<std::int64_t>(x + 0.5));
     double n = -1;
     if (c / kPow10[k] == a) {
       n = c;
-    } else if (c - 1 > 0 && (c - 1) / kPow10[k] == a) {
-      n = c - 1;
-    } else if ((c + 1) / kPow10[k] == a) {
-      n = c + 1;
+    } else if (1 - std::fabs(x - c) <= spread / 2 + x * 2.3e-16) {
+      // Only near a midpoint can the one n be a neighbour of the nearest whole number (x is
+      // a * 10^k within half a unit in its last place).
+      if (c - 1 > 0 && (c - 1) / kPow10[k] == a) {
+        n = c - 1;
+      } else if ((c + 1) / kPow10[k] == a) {
+        n = c + 1;
+      }
     }
     if (n < 0) continue;
+    // n / 10^k lies strictly between the whole numbers around a (both are doubles, and
+    // rounding keeps order), so its whole part is a's.
     auto digits = static_cast<std::uint64_t>(n);
-    std::uint64_t whole = digits / kPow10Int[k], frac = digits % kPow10Int[k];
+    auto whole = static_cast<std::uint64_t>(a);
+    if (digits <= whole * kPow10Int[k]) return 0;
+    std::uint64_t frac = digits - whole * kPow10Int[k];
     if (frac % 10 == 0) return 0;  // cannot happen: k - 1 decimals would have read back
     char* p = std::to_chars(out, out + 24, whole).ptr;
     *p++ = '.';
