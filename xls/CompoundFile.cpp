@@ -229,6 +229,23 @@ Status CompoundFileReader::ReadStream(std::string_view name, std::vector<std::ui
   return Status::OK();
 }
 
+bool CompoundFileReader::StreamInPlace(std::string_view name, ByteSpan* out) const {
+  const Entry* e = Find(name);
+  if (e == nullptr || e->size < miniCutoff_) return false;
+  const std::size_t ss = std::size_t{1} << sectorShift_;
+  if (e->size > static_cast<std::uint64_t>(sectorCount_) * ss) return false;
+  std::vector<std::uint32_t> chain;
+  if (!Chain(e->start, fat_, sectorCount_, "stream", &chain).ok()) return false;
+  if (chain.empty() || static_cast<std::uint64_t>(chain.size()) * ss < e->size) return false;
+  for (std::size_t i = 1; i < chain.size(); ++i) {
+    if (chain[i] != chain[0] + i) return false;
+  }
+  const std::uint8_t* first = sectorData(chain[0]);
+  if (static_cast<std::uint64_t>(first - data_) + e->size > size_) return false;
+  *out = ByteSpan{first, static_cast<std::size_t>(e->size)};
+  return true;
+}
+
 std::vector<std::uint8_t> CompoundFileImage::Flatten() const {
   std::size_t total = 0;
   for (const ByteSpan& p : pieces) total += p.size;

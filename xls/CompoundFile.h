@@ -25,6 +25,11 @@ class CompoundFileReader {
   bool HasStream(std::string_view name) const;
   // REQUIRES: Open succeeded.
   Status ReadStream(std::string_view name, std::vector<std::uint8_t>* out) const;
+  // The stream's bytes where they lie, without a copy, when its sectors follow one another
+  // in the file (writers lay out a large stream so): *out points into the caller's bytes.
+  // False when they do not, when the stream is held in the mini-stream or is damaged; then
+  // ReadStream copies it, or names the fault. REQUIRES: Open succeeded.
+  bool StreamInPlace(std::string_view name, ByteSpan* out) const;
 
  private:
   struct Entry {

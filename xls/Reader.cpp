@@ -381,8 +381,14 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbo
   Status s = cfb.Open(data, size);
   if (!s.ok()) return s;
   std::vector<std::uint8_t> stream;
+  ByteSpan in{nullptr, 0};
   if (cfb.HasStream("Workbook")) {
-    s = cfb.ReadStream("Workbook", &stream);
+    // Read in place when the sectors are in order, as they are in most files: copying a
+    // large stream first costs as much as a good part of decoding it.
+    if (!cfb.StreamInPlace("Workbook", &in)) {
+      s = cfb.ReadStream("Workbook", &stream);
+      in = ByteSpan{stream.data(), stream.size()};
+    }
   } else if (cfb.HasStream("Book")) {
     return Status::Unsupported(
         "an Excel 5.0/95 (BIFF5) workbook (\"Book\" stream); save it as Excel 97-2003");
@@ -390,7 +396,7 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbo
     return Status::Corruption("compound file has no Workbook stream");
   }
   if (!s.ok()) return s;
-  BookReader reader(stream.data(), stream.size(), out);
+  BookReader reader(in.data, in.size, out);
   return reader.Read();
 }
 

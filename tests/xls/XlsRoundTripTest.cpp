@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 
 #include "tests/support/TempDir.h"
+#include "xls/CompoundFile.h"
 #include "xls/Xls.h"
 
 namespace xls {
@@ -88,6 +90,58 @@ TEST(XlsRoundTrip, KeepsSheetsValuesAndStyles) {
   }
 }
 
+std::uint32_t U32At(const std::vector<std::uint8_t>& b, std::size_t at) {
+  return b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) | (std::uint32_t{b[at + 3]} << 24);
+}
+void PutU32At(std::vector<std::uint8_t>& b, std::size_t at, std::uint32_t v) {
+  for (int i = 0; i < 4; ++i) b[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+
+// The workbook stream is read in place when its sectors follow one another, and copied
+// together when they do not: the same cells either way. The file is reordered by hand: the
+// stream's second and third sectors trade places and the FAT chain follows them.
+TEST(XlsRoundTrip, StreamInPlaceOrGatheredFromSectorsOutOfOrder) {
+  Workbook wb = Sample();
+  for (int r = 0; r < 300; ++r) wb.sheets()[0].set(10 + r, 0, Cell::Number(r + 0.5));
+  std::vector<std::uint8_t> bytes;
+  ASSERT_TRUE(WriteWorkbookToMemory(wb, &bytes).ok());
+  ASSERT_EQ(bytes[30], 9);  // 512-byte sectors, one FAT sector listed first in the header
+  auto sector = [](std::uint32_t s) { return (std::size_t{s} + 1) * 512; };
+  const std::size_t fat = sector(U32At(bytes, 76));
+  const std::size_t dir = sector(U32At(bytes, 48));
+  std::uint32_t start = 0xFFFFFFFE;
+  for (std::size_t e = dir; e < dir + 512; e += 128) {
+    if (bytes[e] == 'W' && bytes[e + 2] == 'o' && bytes[e + 4] == 'r')
+      start = U32At(bytes, e + 116);
+  }
+  ASSERT_NE(start, 0xFFFFFFFEu);
+  CompoundFileReader cfb;
+  ASSERT_TRUE(cfb.Open(bytes.data(), bytes.size()).ok());
+  ByteSpan span{nullptr, 0};
+  ASSERT_TRUE(cfb.StreamInPlace("Workbook", &span));
+  std::vector<std::uint8_t> copied;
+  ASSERT_TRUE(cfb.ReadStream("Workbook", &copied).ok());
+  ASSERT_GT(copied.size(), 4u * 512);
+  EXPECT_TRUE(std::equal(copied.begin(), copied.end(), span.data, span.data + span.size));
+
+  const std::uint32_t s0 = start, s1 = U32At(bytes, fat + 4 * s0), s2 = U32At(bytes, fat + 4 * s1),
+                      s3 = U32At(bytes, fat + 4 * s2);
+  std::swap_ranges(bytes.begin() + sector(s1), bytes.begin() + sector(s1) + 512,
+                   bytes.begin() + sector(s2));
+  PutU32At(bytes, fat + 4 * s0, s2);
+  PutU32At(bytes, fat + 4 * s2, s1);
+  PutU32At(bytes, fat + 4 * s1, s3);
+  ASSERT_TRUE(cfb.Open(bytes.data(), bytes.size()).ok());
+  EXPECT_FALSE(cfb.StreamInPlace("Workbook", &span));
+  std::vector<std::uint8_t> gathered;
+  ASSERT_TRUE(cfb.ReadStream("Workbook", &gathered).ok());
+  EXPECT_EQ(gathered, copied);
+  Workbook back;
+  Status st = ReadWorkbookFromMemory(bytes.data(), bytes.size(), &back);
+  ASSERT_TRUE(st.ok()) << st.ToString();
+  ExpectSameWorkbook(wb, back);
+}
+
 TEST(XlsRoundTrip, ManyStringsCrossContinueRecordsAndBigFilesUseDifat) {
   // 400,000 distinct strings make an SST of many CONTINUE records and a file over 7 MB,
   // past the 109 FAT sectors the header can list.
@@ -95,7 +149,8 @@ TEST(XlsRoundTrip, ManyStringsCrossContinueRecordsAndBigFilesUseDifat) {
   Sheet& s = wb.addSheet("Big");
   for (int r = 0; r < 40000; ++r) {
     for (int c = 0; c < 10; ++c) {
-      std::string text = (r % 7 == 0 ? "ünï-" : "text-") + std::to_string(r) + "-" + std::to_string(c);
+      std::string text =
+          (r % 7 == 0 ? "ünï-" : "text-") + std::to_string(r) + "-" + std::to_string(c);
       if (r == 5 && c == 5) text.assign(20000, 'x');
       if (r == 6 && c == 6) text = std::string(9000, 'y') + "€";
       s.set(r, c, Cell::Text(text));
@@ -117,8 +172,13 @@ TEST(XlsRoundTrip, RejectsWhatAFileCannotHold) {
   } cases[] = {
       {"no sheets", [](Workbook&) {}},
       {"bad name", [](Workbook& wb) { wb.addSheet("a/b"); }},
-      {"duplicate names", [](Workbook& wb) { wb.addSheet("Same"); wb.addSheet("SAME"); }},
-      {"text too long", [](Workbook& wb) { wb.addSheet("S").set(0, 0, Cell::Text(std::string(40000, 'a'))); }},
+      {"duplicate names",
+       [](Workbook& wb) {
+         wb.addSheet("Same");
+         wb.addSheet("SAME");
+       }},
+      {"text too long",
+       [](Workbook& wb) { wb.addSheet("S").set(0, 0, Cell::Text(std::string(40000, 'a'))); }},
   };
   for (const Case& c : cases) {
     Workbook wb;
@@ -133,15 +193,23 @@ TEST(XlsRoundTrip, RejectsWhatAFileCannotHold) {
 class FaultyFileOps : public FileOps {
  public:
   FaultyFileOps(int failAt, bool sticky) : failAt_(failAt), sticky_(sticky) {}
-  Status CreateNew(const std::string& p, int* fd) override { return Check() ? FileOps::CreateNew(p, fd) : Fail(); }
-  Status Write(int fd, const void* d, std::size_t n) override { return Check() ? FileOps::Write(fd, d, n) : Fail(); }
+  Status CreateNew(const std::string& p, int* fd) override {
+    return Check() ? FileOps::CreateNew(p, fd) : Fail();
+  }
+  Status Write(int fd, const void* d, std::size_t n) override {
+    return Check() ? FileOps::Write(fd, d, n) : Fail();
+  }
   Status Sync(int fd) override { return Check() ? FileOps::Sync(fd) : Fail(); }
   Status Close(int fd) override {
     Status s = FileOps::Close(fd);  // the descriptor is released either way
     return Check() ? s : Fail();
   }
-  Status Rename(const std::string& a, const std::string& b) override { return Check() ? FileOps::Rename(a, b) : Fail(); }
-  Status SyncFolder(const std::string& f) override { return Check() ? FileOps::SyncFolder(f) : Fail(); }
+  Status Rename(const std::string& a, const std::string& b) override {
+    return Check() ? FileOps::Rename(a, b) : Fail();
+  }
+  Status SyncFolder(const std::string& f) override {
+    return Check() ? FileOps::SyncFolder(f) : Fail();
+  }
   bool failed() const { return failed_; }
 
  private:
@@ -178,7 +246,10 @@ TEST(XlsAtomicWrite, FileIsOldOrNewAfterEveryInjectedFault) {
       EXPECT_TRUE(first == "Old" || first == "Data") << first;
       if (!s.ok() && first == "Old") {
         std::size_t entries = 0;
-        for (auto& e : fs::directory_iterator(dir.path())) { (void)e; ++entries; }
+        for (auto& e : fs::directory_iterator(dir.path())) {
+          (void)e;
+          ++entries;
+        }
         EXPECT_EQ(entries, 1u) << "temporary file left after fault " << n;
       }
       if (first == "Data") {
@@ -206,7 +277,8 @@ TEST(XlsInterop, XlrdReadsValuesAndFormatting) {
   TempDir dir;
   const std::string path = dir.file("ours.xls");
   ASSERT_TRUE(WriteWorkbook(path, Sample()).ok());
-  std::string out = RunCommand("/usr/bin/python3 " + std::string(src) + "/tests/xls/xlrd_dump.py " + path + " 2>&1");
+  std::string out = RunCommand("/usr/bin/python3 " + std::string(src) + "/tests/xls/xlrd_dump.py " +
+                               path + " 2>&1");
   const char* expected =
       "sheet Data\n"
       "0 0 text 'Name' bold=1 valign=0 halign=2 bottom=5\n"
