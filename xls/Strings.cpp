@@ -256,6 +256,21 @@ bool SegmentReader::Chars(std::size_t cch, bool wide, std::string* out) {
 }
 
 bool SegmentReader::String(bool shortLength, std::string* out) {
+  // Most strings are ASCII, 8 bits a character, without runs or phonetic data, and lie whole
+  // in the current segment: those are copied at once (a full sheet's table holds millions).
+  if (!shortLength && seg_ < segments_.size() && segments_[seg_].n - off_ >= 3) {
+    const std::uint8_t* p = segments_[seg_].p + off_;
+    const std::size_t cch = GetU16(p);
+    if (p[2] == 0 && segments_[seg_].n - off_ - 3 >= cch) {
+      std::size_t ascii = 0;
+      while (ascii < cch && p[3 + ascii] < 0x80) ++ascii;
+      if (ascii == cch) {
+        out->append(reinterpret_cast<const char*>(p + 3), cch);
+        off_ += 3 + cch;
+        return true;
+      }
+    }
+  }
   std::uint16_t cch;
   std::uint8_t flags;
   if (shortLength) {

@@ -11,6 +11,7 @@
 
 #include "tests/support/TempDir.h"
 #include "xls/CompoundFile.h"
+#include "xls/Strings.h"
 #include "xls/Xls.h"
 
 namespace xls {
@@ -140,6 +141,37 @@ TEST(XlsRoundTrip, StreamInPlaceOrGatheredFromSectorsOutOfOrder) {
   Status st = ReadWorkbookFromMemory(bytes.data(), bytes.size(), &back);
   ASSERT_TRUE(st.ok()) << st.ToString();
   ExpectSameWorkbook(wb, back);
+}
+
+// Strings as the shared string table holds them, read one after another from segments:
+// whole 8-bit ASCII ones, and those that need more care (Latin-1 bytes, UTF-16, rich-text
+// runs, a string split by a CONTINUE boundary, one ending where its segment ends).
+TEST(XlsStrings, SegmentStringsOfEachShape) {
+  const std::vector<std::uint8_t> first = {
+      3, 0, 0, 'a',  'b',  'c',                    // ASCII
+      3, 0, 0, 0xE9, 't',  0xE9,                   // Latin-1
+      1, 0, 1, 0x3B, 0x26,                         // UTF-16
+      2, 0, 8, 1,    0,    'h',  'i', 0, 0, 0, 0,  // one rich-text run after the characters
+      0, 0, 0,                                     // empty
+      2, 0, 0, 'e',  'n',                          // ends with its segment
+  };
+  const std::vector<std::uint8_t> second = {4, 0, 0, 'a', 'b'};
+  const std::vector<std::uint8_t> third = {0, 'c', 'd', 1, 0, 0, 'z'};
+  SegmentReader in;
+  in.Add(first.data(), first.size());
+  in.Add(second.data(), second.size());
+  in.Add(third.data(), third.size());
+  std::vector<std::string> got;
+  for (int i = 0; i < 8; ++i) {
+    in.SkipSegmentEnd();
+    std::string s;
+    ASSERT_TRUE(in.String(false, &s)) << i;
+    got.push_back(s);
+  }
+  EXPECT_EQ(got, (std::vector<std::string>{"abc", "\u00e9t\u00e9", "\u263b", "hi", "", "en", "abcd",
+                                           "z"}));
+  std::string more;
+  EXPECT_FALSE(in.String(false, &more));
 }
 
 TEST(XlsRoundTrip, ManyStringsCrossContinueRecordsAndBigFilesUseDifat) {
