@@ -69,14 +69,20 @@ std::size_t ShortDecimals(double a, char* out) {
     // n / 10^k lies strictly between the whole numbers around a (both are doubles, and
     // rounding keeps order), so its whole part is a's.
     auto digits = static_cast<std::uint64_t>(n);
-    auto whole = static_cast<std::uint64_t>(a);
-    if (digits <= whole * kPow10Int[k]) return 0;
-    std::uint64_t frac = digits - whole * kPow10Int[k];
-    if (frac % 10 == 0) return 0;  // cannot happen: k - 1 decimals would have read back
-    char* p = std::to_chars(out, out + 24, whole).ptr;
-    *p++ = '.';
-    for (int i = k - 1; i >= 0; --i, frac /= 10) p[i] = static_cast<char>('0' + frac % 10);
-    return static_cast<std::size_t>(p + k - out);
+    if (digits % 10 == 0) return 0;  // cannot happen: k - 1 decimals would have read back
+    if (digits <= static_cast<std::uint64_t>(a) * kPow10Int[k]) return 0;
+    // The digits of n from the right, with the point k digits in (n < 2^53: 16 digits).
+    char tmp[24];
+    char* q = tmp + sizeof tmp;
+    for (int i = 0; i < k; ++i, digits /= 10) *--q = static_cast<char>('0' + digits % 10);
+    *--q = '.';
+    do {
+      *--q = static_cast<char>('0' + digits % 10);
+      digits /= 10;
+    } while (digits != 0);
+    const auto length = static_cast<std::size_t>(tmp + sizeof tmp - q);
+    std::memcpy(out, q, length);
+    return length;
   }
   return 0;
 }
