@@ -36,8 +36,6 @@ const char* SqlStateOf(ErrorKind kind) {
   return "HY000";
 }
 
-void ClearDiag(Handle* h) { h->diags.clear(); }
-
 SQLRETURN PostError(Handle* h, const char* state, const std::string& message) {
   h->diags.push_back(DiagRecord{state, kMessagePrefix + message, 0});
   h->lastReturn = SQL_ERROR;

@@ -14,8 +14,11 @@ constexpr const char* kMessagePrefix = "[Excel Workbook Driver] ";
 
 const char* SqlStateOf(ErrorKind kind);
 
-// Clears the handle's records; every entry point but the diagnostic ones starts with it.
-void ClearDiag(Handle* h);
+// Clears the handle's records; every entry point but the diagnostic ones starts with it,
+// SQLGetData once a cell, so it stays inline.
+inline void ClearDiag(Handle* h) {
+  if (!h->diags.empty()) h->diags.clear();
+}
 // Adds a record (prefix added here) and returns SQL_ERROR.
 SQLRETURN PostError(Handle* h, const char* state, const std::string& message);
 SQLRETURN PostError(Handle* h, const Error& e);

@@ -329,8 +329,12 @@ class SheetResult : public ResultSet {
   }
   bool text(long row, int column, char* buf, std::string* scratch,
             std::string_view* out) const override {
-    const xls::Cell& cell = sheet_->at(rows_[static_cast<std::size_t>(row)],
-                                       columnIndex_[static_cast<std::size_t>(column)]);
+    // The row's cells directly, not through Sheet::at: this runs once a cell fetched.
+    const auto& cells = sheet_->rows();
+    const auto r = static_cast<std::size_t>(rows_[static_cast<std::size_t>(row)]);
+    const auto c = static_cast<std::size_t>(columnIndex_[static_cast<std::size_t>(column)]);
+    if (r >= cells.size() || c >= cells[r].size()) return false;
+    const xls::Cell& cell = cells[r][c];
     switch (cell.type) {
       case xls::CellType::kEmpty:
         return false;
