@@ -53,12 +53,14 @@ std::size_t ShortDecimals(double a, char* out) {
     double x = a * kPow10[k];
     if (x >= 9007199254740991.0) return 0;  // n would not be exact
     auto c = static_cast<double>(static_cast<std::int64_t>(x + 0.5));
+    // An n that reads back lies within spread / 2 of a * 10^k, which x holds to within half
+    // a unit in its last place: farther from x than that, no division need tell.
+    const double d = std::fabs(x - c), slack = spread / 2 + x * 2.3e-16;
     double n = -1;
-    if (c / kPow10[k] == a) {
+    if (d <= slack && c / kPow10[k] == a) {
       n = c;
-    } else if (1 - std::fabs(x - c) <= spread / 2 + x * 2.3e-16) {
-      // Only near a midpoint can the one n be a neighbour of the nearest whole number (x is
-      // a * 10^k within half a unit in its last place).
+    } else if (1 - d <= slack) {
+      // Only near a midpoint can the one n be a neighbour of the nearest whole number.
       if (c - 1 > 0 && (c - 1) / kPow10[k] == a) {
         n = c - 1;
       } else if ((c + 1) / kPow10[k] == a) {
