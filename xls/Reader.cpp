@@ -39,6 +39,9 @@ class BookReader {
   Status ReadSheet(std::size_t offset, Sheet* sheet);
   std::uint16_t StyleFor(std::uint16_t xf, bool* isDate);
   Status Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell, std::uint16_t xf);
+  // A number, boolean or error cell, set in place without a temporary cell.
+  Status PutValue(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type, double value,
+                  std::uint16_t xf);
   // The cell a record at p addresses, made `type` with its style resolved, for the caller
   // to fill in place; *out is nullptr when the cell is not kept (empty, default style).
   Status Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type, std::uint16_t xf,
@@ -237,6 +240,14 @@ Status BookReader::Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell 
   return st;
 }
 
+Status BookReader::PutValue(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type,
+                            double value, std::uint16_t xf) {
+  Cell* slot;
+  Status st = Place(sheet, p, n, type, xf, &slot);
+  if (slot != nullptr) slot->number = value;
+  return st;
+}
+
 Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
   RecordCursor cur(data_, size_, offset);
   Record r;
@@ -297,11 +308,11 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
       }
       case rec::kNumber:
         if (n < 14) return Status::Corruption("NUMBER record too short");
-        st = Put(sheet, p, n, Cell::Number(GetDouble(p + 6)), GetU16(p + 4));
+        st = PutValue(sheet, p, n, CellType::kNumber, GetDouble(p + 6), GetU16(p + 4));
         break;
       case rec::kRk:
         if (n < 10) return Status::Corruption("RK record too short");
-        st = Put(sheet, p, n, Cell::Number(DecodeRk(GetU32(p + 6))), GetU16(p + 4));
+        st = PutValue(sheet, p, n, CellType::kNumber, DecodeRk(GetU32(p + 6)), GetU16(p + 4));
         break;
       case rec::kMulRk: {
         if (n < 6) return Status::Corruption("MULRK record too short");
@@ -310,7 +321,8 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         std::uint16_t col = GetU16(p + 2);
         for (std::size_t off = 4; off + 6 <= n - 2 && st.ok(); off += 6, ++col) {
           PutU16(cell + 2, col);
-          st = Put(sheet, cell, 6, Cell::Number(DecodeRk(GetU32(p + off + 2))), GetU16(p + off));
+          st = PutValue(sheet, cell, 6, CellType::kNumber, DecodeRk(GetU32(p + off + 2)),
+                        GetU16(p + off));
         }
         break;
       }
