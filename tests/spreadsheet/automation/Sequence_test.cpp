@@ -9,6 +9,7 @@
 #include "platform/MessageBox.h"
 #include "spreadsheet/SpreadSheet.h"
 #include "tests/excel-server/ServerProbe.h"
+#include "tests/support/RecordBox.h"
 
 class CSpreadSheetTestAccess {
  public:
@@ -38,19 +39,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Shown {
-  int count = 0;
-  std::string text;
-  unsigned style = 99;
-};
-
-int RecordBox(const char* text, const char*, unsigned style, void* context) {
-  auto* shown = static_cast<Shown*>(context);
-  ++shown->count;
-  shown->text = text;
-  shown->style = style;
-  return platform::kIdOk;
-}
+using testing_support::RecordBox;
+using testing_support::Shown;
 
 class SequenceTest : public ::testing::Test {
  protected:
