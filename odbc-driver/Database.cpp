@@ -122,7 +122,7 @@ Error Database::Refresh() {
     auto fresh = std::make_shared<xls::Workbook>();
     std::uint64_t hash = 0;
     if (id.exists) {
-      std::vector<std::uint8_t> bytes;
+      xls::FileBytes bytes;
       Error e = ReadWholeFile(options_.path, &bytes);
       if (!e.ok()) return e;
       xls::Status s = xls::ReadWorkbookFromMemory(bytes.data(), bytes.size(), fresh.get());
@@ -145,7 +145,7 @@ Error Database::Refresh() {
 
 Error Database::EnsureBaseHash() {
   if (baseHashKnown_ || !loaded_.exists) return Error();
-  std::vector<std::uint8_t> bytes;
+  xls::FileBytes bytes;
   Error e = ReadWholeFile(options_.path, &bytes);
   if (!e.ok()) return e;
   FileId now = StatPath(options_.path);

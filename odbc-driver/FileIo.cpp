@@ -76,15 +76,28 @@ Error ReadAt(int fd, std::uint64_t offset, std::uint64_t size, std::vector<std::
   return Error();
 }
 
-Error ReadWholeFile(const std::string& path, std::vector<std::uint8_t>* out) {
+Error ReadWholeFile(const std::string& path, xls::FileBytes* out) {
   int fd = Sys().open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
   if (fd < 0) return IoError("open", path, errno);
-  FileId id = StatFd(fd);
-  out->clear();
-  out->reserve(static_cast<std::size_t>(id.size));
-  std::uint8_t buf[1 << 16];
+  // Straight into the buffer the decoder reads: a workbook can be tens of megabytes, and a
+  // copy through a bounce buffer costs as much as a good part of decoding it.
+  std::size_t done = 0;
+  std::size_t want = static_cast<std::size_t>(StatFd(fd).size);
+  if (!out->Allocate(want + 1)) {  // one byte over: a file that grew is seen at once
+    Sys().close(fd);
+    return Error(ErrorKind::kIO, "No memory to read '" + path + "'.");
+  }
   while (true) {
-    ssize_t n = Sys().read(fd, buf, sizeof buf);
+    if (done == out->size()) {  // the file grew while we read it
+      xls::FileBytes bigger;
+      if (!bigger.Allocate(done * 2)) {
+        Sys().close(fd);
+        return Error(ErrorKind::kIO, "No memory to read '" + path + "'.");
+      }
+      std::memcpy(bigger.data(), out->data(), done);
+      *out = std::move(bigger);
+    }
+    ssize_t n = Sys().read(fd, out->data() + done, out->size() - done);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) {
       int err = errno;
@@ -92,9 +105,10 @@ Error ReadWholeFile(const std::string& path, std::vector<std::uint8_t>* out) {
       return IoError("read", path, err);
     }
     if (n == 0) break;
-    out->insert(out->end(), buf, buf + n);
+    done += static_cast<std::size_t>(n);
   }
   Sys().close(fd);
+  out->Truncate(done);
   return Error();
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "odbc-driver/Error.h"
+#include "xls/FileIo.h"
 
 namespace xlsodbc {
 
@@ -43,7 +44,7 @@ struct FileId {
 FileId StatPath(const std::string& path);
 FileId StatFd(int fd);
 
-Error ReadWholeFile(const std::string& path, std::vector<std::uint8_t>* out);
+Error ReadWholeFile(const std::string& path, xls::FileBytes* out);
 Error ReadAt(int fd, std::uint64_t offset, std::uint64_t size, std::vector<std::uint8_t>* out);
 Error WriteAt(int fd, std::uint64_t offset, const std::uint8_t* data, std::size_t size);
 

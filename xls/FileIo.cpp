@@ -1,12 +1,15 @@
 #include "xls/FileIo.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <new>
 
 namespace xls {
 
@@ -23,9 +26,63 @@ std::string FolderOf(const std::string& path) {
   return path.substr(0, slash);
 }
 
+// Transparent huge pages come in 2 MiB; a smaller buffer gains nothing from asking.
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+
 }  // namespace
 
-Status FileOps::ReadFile(const std::string& path, std::vector<std::uint8_t>* out) {
+FileBytes& FileBytes::operator=(FileBytes&& o) noexcept {
+  if (this != &o) {
+    Release();
+    data_ = o.data_;
+    size_ = o.size_;
+    mapped_ = o.mapped_;
+    o.data_ = nullptr;
+    o.size_ = o.mapped_ = 0;
+  }
+  return *this;
+}
+
+void FileBytes::Release() {
+  if (mapped_ != 0) {
+    ::munmap(data_, mapped_);
+  } else {
+    delete[] data_;
+  }
+  data_ = nullptr;
+  size_ = mapped_ = 0;
+}
+
+bool FileBytes::Allocate(std::size_t n) {
+  Release();
+  if (n >= 2 * kHugePage && n <= SIZE_MAX - 2 * kHugePage) {
+    // Map a huge page more than needed and keep the aligned middle, so that the whole
+    // buffer can be backed by huge pages; without them it is ordinary memory.
+    const std::size_t length = (n + kHugePage - 1) / kHugePage * kHugePage;
+    void* raw = ::mmap(nullptr, length + kHugePage, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw != MAP_FAILED) {
+      auto start = reinterpret_cast<std::uintptr_t>(raw);
+      const std::uintptr_t aligned = (start + kHugePage - 1) / kHugePage * kHugePage;
+      if (aligned > start) ::munmap(raw, aligned - start);
+      const std::size_t tail = start + length + kHugePage - (aligned + length);
+      if (tail > 0) ::munmap(reinterpret_cast<void*>(aligned + length), tail);
+#ifdef MADV_HUGEPAGE
+      ::madvise(reinterpret_cast<void*>(aligned), length, MADV_HUGEPAGE);  // a hint only
+#endif
+      data_ = reinterpret_cast<std::uint8_t*>(aligned);
+      size_ = n;
+      mapped_ = length;
+      return true;
+    }
+  }
+  data_ = new (std::nothrow) std::uint8_t[n == 0 ? 1 : n];
+  if (data_ == nullptr) return false;
+  size_ = n;
+  return true;
+}
+
+Status FileOps::ReadFile(const std::string& path, FileBytes* out) {
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     int err = errno;
@@ -42,8 +99,10 @@ Status FileOps::ReadFile(const std::string& path, std::vector<std::uint8_t>* out
     ::close(fd);
     return Status::IOError(path + " is not a regular file");
   }
-  out->clear();
-  out->resize(static_cast<std::size_t>(st.st_size));
+  if (!out->Allocate(static_cast<std::size_t>(st.st_size))) {
+    ::close(fd);
+    return Status::IOError(path + ": no memory for its " + std::to_string(st.st_size) + " bytes");
+  }
   std::size_t done = 0;
   while (done < out->size()) {
     ssize_t n = ::read(fd, out->data() + done, out->size() - done);
@@ -56,7 +115,7 @@ Status FileOps::ReadFile(const std::string& path, std::vector<std::uint8_t>* out
     if (n == 0) break;  // the file shrank while we read it
     done += static_cast<std::size_t>(n);
   }
-  out->resize(done);
+  out->Truncate(done);
   ::close(fd);
   return Status::OK();
 }

@@ -14,11 +14,43 @@
 
 namespace xls {
 
+// A file's bytes in memory. The memory is not zero-filled before the read, and a big file's
+// is asked to be backed by huge pages where the system offers them: touching 50 MB a 4 KiB
+// page at a time costs more than reading the file.
+class FileBytes {
+ public:
+  FileBytes() = default;
+  ~FileBytes() { Release(); }
+  FileBytes(FileBytes&& o) noexcept : data_(o.data_), size_(o.size_), mapped_(o.mapped_) {
+    o.data_ = nullptr;
+    o.size_ = o.mapped_ = 0;
+  }
+  FileBytes& operator=(FileBytes&& o) noexcept;
+  FileBytes(const FileBytes&) = delete;
+  FileBytes& operator=(const FileBytes&) = delete;
+
+  // Makes room for n bytes, their contents unspecified, dropping the old ones. False when
+  // the memory cannot be had.
+  [[nodiscard]] bool Allocate(std::size_t n);
+  // REQUIRES: n <= size().
+  void Truncate(std::size_t n) { size_ = n; }
+
+  std::uint8_t* data() { return data_; }
+  const std::uint8_t* data() const { return data_; }
+  std::size_t size() const { return size_; }
+
+ private:
+  void Release();
+  std::uint8_t* data_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t mapped_ = 0;  // bytes mapped for data_, 0 when it came from new[]
+};
+
 class FileOps {
  public:
   virtual ~FileOps() = default;
 
-  virtual Status ReadFile(const std::string& path, std::vector<std::uint8_t>* out);
+  virtual Status ReadFile(const std::string& path, FileBytes* out);
   // Creates a new file for writing; fails with IOError when it already exists.
   virtual Status CreateNew(const std::string& path, int* fd);
   // Writes all n bytes or fails.

@@ -413,7 +413,7 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbo
 }
 
 Status ReadWorkbookWith(FileOps& ops, const std::string& path, Workbook* out) {
-  std::vector<std::uint8_t> bytes;
+  FileBytes bytes;
   Status s = ops.ReadFile(path, &bytes);
   if (!s.ok()) return s;
   return ReadWorkbookFromMemory(bytes.data(), bytes.size(), out);

@@ -2,12 +2,14 @@
 // workbook on disk is the old one or the new one and the connection reports the failure.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "odbc-driver/Database.h"
+#include "odbc-driver/FileIo.h"
 #include "odbc-driver/Journal.h"
 #include "xls/Xls.h"
 
@@ -88,6 +90,32 @@ class DatabaseTest : public ::testing::Test {
   }
   std::string dir_, path_;
 };
+
+// The workbook is read straight into the decoder's buffer, sized by the file's length when
+// opened: a big file (held in huge-page memory) comes back whole, and so does one that grows
+// while it is read, here a read that serves more than the file's length in small pieces.
+TEST_F(DatabaseTest, WholeFileReadsBigAndGrowingFiles) {
+  std::string big(5 << 20, '\0');
+  for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 131 % 251);
+  std::ofstream(path_, std::ios::binary) << big;
+  xls::FileBytes bytes;
+  ASSERT_TRUE(ReadWholeFile(path_, &bytes).ok());
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size()), big);
+
+  std::ofstream(path_, std::ios::binary | std::ios::trunc) << "tiny";
+  static std::size_t served;
+  served = 0;
+  Sys().read = [](int, void* buf, size_t n) -> ssize_t {
+    const std::size_t left = 10000 - served, take = std::min({n, left, std::size_t{7}});
+    for (std::size_t i = 0; i < take; ++i)
+      static_cast<char*>(buf)[i] = static_cast<char>('a' + (served + i) % 26);
+    served += take;
+    return static_cast<ssize_t>(take);
+  };
+  ASSERT_TRUE(ReadWholeFile(path_, &bytes).ok());
+  ASSERT_EQ(bytes.size(), 10000u);
+  for (std::size_t i = 0; i < bytes.size(); ++i) ASSERT_EQ(bytes.data()[i], 'a' + i % 26) << i;
+}
 
 // Each write call of a statement fails in turn (the Nth pwrite, fsync or rename); afterwards
 // the file on disk is whole and holds the state before or after the statement, and the
@@ -247,7 +275,8 @@ TEST_F(DatabaseTest, DamagedWorkbooksGiveErrorsNotCrashes) {
   }
   int refused = 0;
   for (const auto& bytes : damaged) {
-    std::ofstream(path_, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path_, std::ios::binary | std::ios::trunc)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     std::unique_ptr<Database> db;
     DatabaseOptions o;
     o.path = path_;
