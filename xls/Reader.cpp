@@ -38,24 +38,28 @@ class BookReader {
   Status ReadGlobals(std::vector<SheetInfo>* sheets);
   Status ReadSheet(std::size_t offset, Sheet* sheet);
   std::uint16_t StyleFor(std::uint16_t xf, bool* isDate);
-  Status Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell, std::uint16_t xf);
+  // These set *st only on failure: a full sheet has millions of cells, and an OK status
+  // made and moved for each is a good part of the cost of reading them.
+  void Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell, std::uint16_t xf,
+           Status* st);
   // A number, boolean or error cell, set in place without a temporary cell.
-  Status PutValue(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type, double value,
-                  std::uint16_t xf);
+  void PutValue(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type, double value,
+                std::uint16_t xf, Status* st);
   // The cell a record at p addresses, made `type` with its style resolved, for the caller
-  // to fill in place; *out is nullptr when the cell is not kept (empty, default style).
-  Status Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type, std::uint16_t xf,
-               Cell** out);
+  // to fill in place; nullptr when the cell is not kept (empty, default style) or on failure.
+  Cell* Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type, std::uint16_t xf,
+              Status* st);
 
   const std::uint8_t* data_;
   std::size_t size_;
   Workbook* wb_;
-  std::vector<std::string> sst_;
+  SharedStrings sst_;
   std::vector<bool> fontBold_;
   std::map<std::uint16_t, std::string> formats_;
   std::vector<XfRecord> xfs_;
-  std::vector<int> xfStyle_;  // model style per XF, -1 until first used
-  std::vector<bool> xfIsDate_;
+  // Per XF, once first used: kResolved | isDate << 16 | the model's style index; 0 before.
+  static constexpr std::uint32_t kResolved = 1u << 31;
+  std::vector<std::uint32_t> xfResolved_;
 };
 
 std::string Hex(std::uint16_t v) {
@@ -171,13 +175,10 @@ Status BookReader::ReadGlobals(std::vector<SheetInfo>* sheets) {
 std::uint16_t BookReader::StyleFor(std::uint16_t xf, bool* isDate) {
   *isDate = false;
   if (xf >= xfs_.size()) return 0;
-  if (xfStyle_.size() < xfs_.size()) {
-    xfStyle_.assign(xfs_.size(), -1);
-    xfIsDate_.assign(xfs_.size(), false);
-  }
-  if (xfStyle_[xf] >= 0) {  // resolved once per XF: cells reuse a handful of them
-    *isDate = xfIsDate_[xf];
-    return static_cast<std::uint16_t>(xfStyle_[xf]);
+  if (xfResolved_.size() < xfs_.size()) xfResolved_.assign(xfs_.size(), 0);
+  if (std::uint32_t known = xfResolved_[xf]) {  // cells reuse a handful of XFs
+    *isDate = (known >> 16) & 1;
+    return static_cast<std::uint16_t>(known);
   }
   const XfRecord& x = xfs_[xf];
   std::string format;
@@ -191,61 +192,61 @@ std::uint16_t BookReader::StyleFor(std::uint16_t xf, bool* isDate) {
   }
   if (format == "General") format.clear();
   *isDate = IsDateFormat(format);
-  xfIsDate_[xf] = *isDate;
-  {
-    Style s;
-    s.bold = x.font < fontBold_.size() && fontBold_[x.font];
-    s.horizontal = x.horizontal;
-    s.vertical = x.vertical;
-    s.left = x.left;
-    s.right = x.right;
-    s.top = x.top;
-    s.bottom = x.bottom;
-    s.numberFormat = format;
-    xfStyle_[xf] = wb_->addStyle(s);
-  }
-  return static_cast<std::uint16_t>(xfStyle_[xf]);
+  Style s;
+  s.bold = x.font < fontBold_.size() && fontBold_[x.font];
+  s.horizontal = x.horizontal;
+  s.vertical = x.vertical;
+  s.left = x.left;
+  s.right = x.right;
+  s.top = x.top;
+  s.bottom = x.bottom;
+  s.numberFormat = format;
+  const std::uint16_t style = wb_->addStyle(s);
+  xfResolved_[xf] = kResolved | (*isDate ? 1u << 16 : 0u) | style;
+  return style;
 }
 
-Status BookReader::Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type,
-                         std::uint16_t xf, Cell** out) {
-  *out = nullptr;
-  if (n < 6) return Status::Corruption("cell record too short");
+Cell* BookReader::Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type,
+                        std::uint16_t xf, Status* st) {
+  if (n < 6) {
+    *st = Status::Corruption("cell record too short");
+    return nullptr;
+  }
   std::uint16_t row = GetU16(p), col = GetU16(p + 2);
   if (col >= kMaxColumns) {
-    return Status::Corruption("cell in column " + std::to_string(col + 1) + " of sheet \"" +
-                              sheet->name() + "\" is outside 256 columns");
+    *st = Status::Corruption("cell in column " + std::to_string(col + 1) + " of sheet \"" +
+                             sheet->name() + "\" is outside 256 columns");
+    return nullptr;
   }
   bool isDate;
-  const std::uint16_t style = StyleFor(xf, &isDate);
+  std::uint16_t style;
+  if (std::uint32_t known = xf < xfResolved_.size() ? xfResolved_[xf] : 0) {
+    isDate = (known >> 16) & 1;
+    style = static_cast<std::uint16_t>(known);
+  } else {
+    style = StyleFor(xf, &isDate);
+  }
   if (isDate && type == CellType::kNumber) type = CellType::kDateTime;
-  if (type == CellType::kEmpty && style == 0) return Status::OK();
+  if (type == CellType::kEmpty && style == 0) return nullptr;
   Cell& cell = sheet->mutableAt(row, col);
   cell.type = type;
   cell.style = style;
   cell.number = 0;
   cell.text.clear();
-  *out = &cell;
-  return Status::OK();
+  return &cell;
 }
 
-Status BookReader::Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell,
-                       std::uint16_t xf) {
-  Cell* slot;
-  Status st = Place(sheet, p, n, cell.type, xf, &slot);
-  if (slot != nullptr) {
+void BookReader::Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell,
+                     std::uint16_t xf, Status* st) {
+  if (Cell* slot = Place(sheet, p, n, cell.type, xf, st)) {
     slot->number = cell.number;
     slot->text = std::move(cell.text);
   }
-  return st;
 }
 
-Status BookReader::PutValue(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type,
-                            double value, std::uint16_t xf) {
-  Cell* slot;
-  Status st = Place(sheet, p, n, type, xf, &slot);
-  if (slot != nullptr) slot->number = value;
-  return st;
+void BookReader::PutValue(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type,
+                          double value, std::uint16_t xf, Status* st) {
+  if (Cell* slot = Place(sheet, p, n, type, xf, st)) slot->number = value;
 }
 
 Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
@@ -288,9 +289,8 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
           return Status::Corruption("LABELSST refers to string " + std::to_string(index) +
                                     " of a table of " + std::to_string(sst_.size()));
         }
-        Cell* cell;
-        st = Place(sheet, p, n, CellType::kText, GetU16(p + 4), &cell);
-        if (cell != nullptr) cell->text = sst_[index];
+        if (Cell* cell = Place(sheet, p, n, CellType::kText, GetU16(p + 4), &st))
+          cell->text.assign(sst_.at(index));
         break;
       }
       case rec::kLabel:
@@ -303,16 +303,16 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         if (!in.String(false, &text) && r.id == rec::kLabel) {
           return Status::Corruption("LABEL text runs past its record");
         }
-        st = Put(sheet, p, n, Cell::Text(std::move(text)), GetU16(p + 4));
+        Put(sheet, p, n, Cell::Text(std::move(text)), GetU16(p + 4), &st);
         break;
       }
       case rec::kNumber:
         if (n < 14) return Status::Corruption("NUMBER record too short");
-        st = PutValue(sheet, p, n, CellType::kNumber, GetDouble(p + 6), GetU16(p + 4));
+        PutValue(sheet, p, n, CellType::kNumber, GetDouble(p + 6), GetU16(p + 4), &st);
         break;
       case rec::kRk:
         if (n < 10) return Status::Corruption("RK record too short");
-        st = PutValue(sheet, p, n, CellType::kNumber, DecodeRk(GetU32(p + 6)), GetU16(p + 4));
+        PutValue(sheet, p, n, CellType::kNumber, DecodeRk(GetU32(p + 6)), GetU16(p + 4), &st);
         break;
       case rec::kMulRk: {
         if (n < 6) return Status::Corruption("MULRK record too short");
@@ -321,13 +321,13 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         std::uint16_t col = GetU16(p + 2);
         for (std::size_t off = 4; off + 6 <= n - 2 && st.ok(); off += 6, ++col) {
           PutU16(cell + 2, col);
-          st = PutValue(sheet, cell, 6, CellType::kNumber, DecodeRk(GetU32(p + off + 2)),
-                        GetU16(p + off));
+          PutValue(sheet, cell, 6, CellType::kNumber, DecodeRk(GetU32(p + off + 2)),
+                   GetU16(p + off), &st);
         }
         break;
       }
       case rec::kBlank:
-        st = Put(sheet, p, n, Cell(), n >= 6 ? GetU16(p + 4) : 0);
+        Put(sheet, p, n, Cell(), n >= 6 ? GetU16(p + 4) : 0, &st);
         break;
       case rec::kMulBlank: {
         if (n < 6) return Status::Corruption("MULBLANK record too short");
@@ -336,28 +336,28 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         std::uint16_t col = GetU16(p + 2);
         for (std::size_t off = 4; off + 2 <= n - 2 && st.ok(); off += 2, ++col) {
           PutU16(cell + 2, col);
-          st = Put(sheet, cell, 6, Cell(), GetU16(p + off));
+          Put(sheet, cell, 6, Cell(), GetU16(p + off), &st);
         }
         break;
       }
       case rec::kBoolErr:
         if (n < 8) return Status::Corruption("BOOLERR record too short");
-        st = Put(sheet, p, n, p[7] ? Cell::Error(p[6]) : Cell::Boolean(p[6] != 0), GetU16(p + 4));
+        Put(sheet, p, n, p[7] ? Cell::Error(p[6]) : Cell::Boolean(p[6] != 0), GetU16(p + 4), &st);
         break;
       case rec::kFormula: {
         if (n < 20) return Status::Corruption("FORMULA record too short");
         const std::uint8_t* v = p + 6;
         if (GetU16(v + 6) != 0xFFFF) {
-          st = Put(sheet, p, n, Cell::Number(GetDouble(v)), GetU16(p + 4));
+          Put(sheet, p, n, Cell::Number(GetDouble(v)), GetU16(p + 4), &st);
         } else if (v[0] == 0) {
           pendingString = true;
           std::memcpy(pendingCell, p, 6);
         } else if (v[0] == 1) {
-          st = Put(sheet, p, n, Cell::Boolean(v[2] != 0), GetU16(p + 4));
+          Put(sheet, p, n, Cell::Boolean(v[2] != 0), GetU16(p + 4), &st);
         } else if (v[0] == 2) {
-          st = Put(sheet, p, n, Cell::Error(v[2]), GetU16(p + 4));
+          Put(sheet, p, n, Cell::Error(v[2]), GetU16(p + 4), &st);
         } else if (v[0] == 3) {
-          st = Put(sheet, p, n, Cell::Text(""), GetU16(p + 4));
+          Put(sheet, p, n, Cell::Text(""), GetU16(p + 4), &st);
         }
         break;
       }
@@ -373,7 +373,7 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         std::string text;
         if (!in.String(false, &text))
           return Status::Corruption("STRING record text runs past its record");
-        st = Put(sheet, pendingCell, 6, Cell::Text(std::move(text)), GetU16(pendingCell + 4));
+        Put(sheet, pendingCell, 6, Cell::Text(std::move(text)), GetU16(pendingCell + 4), &st);
         break;
       }
       default:

@@ -92,7 +92,9 @@ class RecordWriter {
     U16(id);
     U16(0);
   }
-  void End() { PutU16(out_->data() + start_ + 2, static_cast<std::uint16_t>(out_->size() - start_ - 4)); }
+  void End() {
+    PutU16(out_->data() + start_ + 2, static_cast<std::uint16_t>(out_->size() - start_ - 4));
+  }
   std::size_t recordLength() const { return out_->size() - start_ - 4; }
   void U8(std::uint8_t v) { out_->push_back(v); }
   void U16(std::uint16_t v) {
@@ -136,12 +138,25 @@ class RecordCursor {
  public:
   RecordCursor(const std::uint8_t* data, std::size_t size, std::size_t offset)
       : data_(data), size_(size), pos_(offset) {}
-  // False at the end of the stream (no error) or on error (*status set).
-  bool Next(Record* r, Status* status);
+  // False at the end of the stream (no error) or on error (*status set). Inline: a full
+  // sheet has millions of records.
+  bool Next(Record* r, Status* status) {
+    if (pos_ >= size_) return false;
+    if (size_ - pos_ < 4) return Fail(status);
+    r->id = GetU16(data_ + pos_);
+    r->size = GetU16(data_ + pos_ + 2);
+    if (r->size > size_ - pos_ - 4) return Fail(status);
+    r->offset = pos_;
+    r->data = data_ + pos_ + 4;
+    pos_ += 4 + r->size;
+    return true;
+  }
   // The identifier of the record that Next() would return, or 0 at the end.
   std::uint16_t PeekId() const { return pos_ + 4 <= size_ ? GetU16(data_ + pos_) : 0; }
 
  private:
+  // Sets the Corruption status for the record at pos_; returns false.
+  bool Fail(Status* status) const;
   const std::uint8_t* data_;
   std::size_t size_;
   std::size_t pos_;

@@ -291,19 +291,22 @@ bool SegmentReader::String(bool shortLength, std::string* out) {
   return Skip(4 * std::size_t{runs}) && Skip(phonetic);
 }
 
-Status ReadSharedStrings(SegmentReader* in, std::vector<std::string>* out) {
+Status ReadSharedStrings(SegmentReader* in, SharedStrings* out) {
   std::uint32_t total, unique;
   if (!in->U32(&total) || !in->U32(&unique)) return Status::Corruption("SST record too short");
-  out->clear();
-  // The count comes from the file: reserve no more than the data could hold.
-  out->reserve(std::min<std::size_t>(unique, in->remaining() / 3));
+  out->chars_.clear();
+  out->ends_.clear();
+  // The counts come from the file: reserve no more than the data could hold. ASCII text
+  // takes as many bytes in UTF-8 as in the record, which bounds the usual case.
+  out->ends_.reserve(std::min<std::size_t>(unique, in->remaining() / 3));
+  out->chars_.reserve(in->remaining());
   for (std::uint32_t i = 0; i < unique; ++i) {
     in->SkipSegmentEnd();
-    out->emplace_back();
-    if (!in->String(false, &out->back())) {
+    if (!in->String(false, &out->chars_)) {
       return Status::Corruption("SST declares " + std::to_string(unique) +
                                 " strings but its data ends in string " + std::to_string(i));
     }
+    out->ends_.push_back(out->chars_.size());
   }
   return Status::OK();
 }

@@ -67,8 +67,26 @@ class SegmentReader {
   std::size_t seg_ = 0, off_ = 0;
 };
 
-// Reads an SST record body (with its CONTINUE segments) into strings.
-Status ReadSharedStrings(SegmentReader* in, std::vector<std::string>* out);
+// The strings of an SST, read back by index: one block of UTF-8 and where each string ends,
+// since a full sheet's table holds a million strings and a std::string each would triple
+// the memory they take.
+class SharedStrings {
+ public:
+  std::size_t size() const { return ends_.size(); }
+  // REQUIRES: i < size().
+  std::string_view at(std::size_t i) const {
+    const std::size_t begin = i == 0 ? 0 : ends_[i - 1];
+    return std::string_view(chars_.data() + begin, ends_[i] - begin);
+  }
+
+ private:
+  friend Status ReadSharedStrings(SegmentReader* in, SharedStrings* out);
+  std::string chars_;
+  std::vector<std::size_t> ends_;
+};
+
+// Reads an SST record body (with its CONTINUE segments) into *out, which is replaced.
+Status ReadSharedStrings(SegmentReader* in, SharedStrings* out);
 
 // Collects unique cell strings for writing; each is encoded once, when first added.
 class SharedStringTable {

@@ -94,11 +94,10 @@ const Cell& Sheet::at(int row, int column) const {
   return r[column];
 }
 
-Cell& Sheet::mutableAt(int row, int column) {
+Cell& Sheet::grow(int row, int column) {
   assert(row >= 0 && row < kMaxRows && column >= 0 && column < kMaxColumns);
   if (row >= static_cast<int>(rows_.size())) rows_.resize(row + 1);
   auto& r = rows_[row];
-  if (column == static_cast<int>(r.size()) && r.capacity() > r.size()) return r.emplace_back();
   if (column >= static_cast<int>(r.size())) {
     // A new row is likely as long as the one above it: reserving that much spares the
     // row its doublings while it fills, and never reserves more than cells already stored.

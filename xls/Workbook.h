@@ -20,7 +20,15 @@ constexpr int kMaxRows = 65536;
 constexpr int kMaxColumns = 256;
 
 enum class CellType : std::uint8_t { kEmpty, kText, kNumber, kBoolean, kError, kDateTime };
-enum class HAlign : std::uint8_t { kGeneral, kLeft, kCenter, kRight, kFill, kJustify, kCenterAcross };
+enum class HAlign : std::uint8_t {
+  kGeneral,
+  kLeft,
+  kCenter,
+  kRight,
+  kFill,
+  kJustify,
+  kCenterAcross
+};
 enum class VAlign : std::uint8_t { kTop, kCenter, kBottom, kJustify };
 enum class Border : std::uint8_t { kNone, kHair, kThin, kMedium, kThick };
 
@@ -70,8 +78,17 @@ class Sheet {
   // REQUIRES: 0 <= row < kMaxRows and 0 <= column < kMaxColumns for every cell access.
   // A cell never written reads as an empty cell with the default style.
   const Cell& at(int row, int column) const;
-  // Creates the cell (and the row) when needed.
-  Cell& mutableAt(int row, int column);
+  // Creates the cell (and the row) when needed. Inline for the usual cases, a stored cell
+  // and the next one along a row, since a reader calls it once a cell.
+  Cell& mutableAt(int row, int column) {
+    if (static_cast<unsigned>(row) < rows_.size()) {
+      auto& r = rows_[static_cast<unsigned>(row)];
+      if (static_cast<unsigned>(column) < r.size()) return r[static_cast<unsigned>(column)];
+      if (static_cast<unsigned>(column) == r.size() && r.capacity() > r.size())
+        return r.emplace_back();
+    }
+    return grow(row, column);
+  }
   void set(int row, int column, Cell cell) { mutableAt(row, column) = std::move(cell); }
   // Makes the cell empty with the default style.
   void clear(int row, int column);
@@ -96,6 +113,8 @@ class Sheet {
   const std::vector<std::vector<Cell>>& rows() const { return rows_; }
 
  private:
+  Cell& grow(int row, int column);
+
   std::string name_;
   std::vector<std::vector<Cell>> rows_;  // each row dense up to its last stored cell
   std::map<int, std::uint16_t> columnWidths_;
