@@ -55,7 +55,7 @@ bool Matches(const SQLCHAR* pattern, SQLSMALLINT length, const std::string& name
 SQLRETURN Answer(Stmt* stmt, std::unique_ptr<TextResult> result) {
   stmt->CloseCursor();
   stmt->rowCount = result->rowCount();
-  stmt->result = std::move(result);
+  stmt->SetResult(std::move(result));
   return SQL_SUCCESS;
 }
 

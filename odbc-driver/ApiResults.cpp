@@ -208,10 +208,10 @@ SQLRETURN SQL_API SQLGetData(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT c
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!stmt->result || stmt->row < 0 || stmt->row >= stmt->result->rowCount()) {
+  if (stmt->row < 0 || stmt->row >= stmt->resultRows) {
     return PostError(stmt, "24000", "No current row: call SQLFetch first.");
   }
-  if (number < 1 || number > ColumnCount(stmt)) {
+  if (number < 1 || number > stmt->resultColumns) {
     return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
   }
   if (stmt->dataColumn != number) {

@@ -37,7 +37,7 @@ SQLRETURN Run(Stmt* stmt) {
   Error e = stmt->dbc->db->Execute(stmt->sql, stmt->parsed, params, &out);
   if (!e.ok()) return PostError(stmt, e);
   if (out.changed) stmt->dbc->changedSinceEndTran = true;
-  stmt->result = std::move(out.result);
+  stmt->SetResult(std::move(out.result));
   stmt->rowCount = stmt->result ? stmt->result->rowCount() : out.rowCount;
   return SQL_SUCCESS;
 }

@@ -33,6 +33,18 @@ constexpr std::uint64_t kPow10Int[] = {1ull,
                                        1000000000000000000ull,
                                        10000000000000000000ull};
 
+constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// Writes the two digits of v (< 100) just before q; returns the new start.
+inline char* PutTwoDigits(char* q, std::uint64_t v) {
+  q -= 2;
+  std::memcpy(q, kDigitPairs + 2 * v, 2);
+  return q;
+}
+
 // The shortest fixed-notation text of a (positive, not whole) by trying 1, 2, ... decimals:
 // a k-decimal number n / 10^k reads back as a exactly when the IEEE quotient of the two
 // exact values n and 10^k is a, since division rounds as reading the decimal does. While
@@ -73,15 +85,22 @@ std::size_t ShortDecimals(double a, char* out) {
     auto digits = static_cast<std::uint64_t>(n);
     if (digits % 10 == 0) return 0;  // cannot happen: k - 1 decimals would have read back
     if (digits <= static_cast<std::uint64_t>(a) * kPow10Int[k]) return 0;
-    // The digits of n from the right, with the point k digits in (n < 2^53: 16 digits).
+    // The digits of n from the right, two at a time, with the point k digits in (n < 2^53:
+    // 16 digits).
     char tmp[24];
     char* q = tmp + sizeof tmp;
-    for (int i = 0; i < k; ++i, digits /= 10) *--q = static_cast<char>('0' + digits % 10);
-    *--q = '.';
-    do {
+    int i = 0;
+    for (; i + 2 <= k; i += 2, digits /= 100) q = PutTwoDigits(q, digits % 100);
+    if (i < k) {
       *--q = static_cast<char>('0' + digits % 10);
       digits /= 10;
-    } while (digits != 0);
+    }
+    *--q = '.';
+    while (digits >= 10) {
+      q = PutTwoDigits(q, digits % 100);
+      digits /= 100;
+    }
+    if (digits != 0 || *q == '.') *--q = static_cast<char>('0' + digits);
     const auto length = static_cast<std::size_t>(tmp + sizeof tmp - q);
     std::memcpy(out, q, length);
     return length;

@@ -310,7 +310,7 @@ Error MatchingRows(const Sheet& s, const TableView& v, const Statement& st, cons
 // ---- SELECT ----
 
 // Rows of one sheet, read from a snapshot of the workbook that the result shares.
-class SheetResult : public ResultSet {
+class SheetResult final : public ResultSet {
  public:
   SheetResult(std::shared_ptr<const Workbook> book, const Sheet* sheet,
               std::vector<ColumnInfo> cols, std::vector<int> columnIndex, std::vector<int> rows)

@@ -89,6 +89,10 @@ struct Stmt : Handle {
   Statement parsed;
 
   std::unique_ptr<ResultSet> result;
+  // result's shape, kept here for SQLGetData, which runs once a cell and would otherwise
+  // ask the result through two virtual calls each time. Set only through SetResult.
+  long resultRows = 0;
+  int resultColumns = 0;
   long row = -1;  // current row of result; -1 before the first fetch
   SQLLEN rowCount = -1;
 
@@ -105,8 +109,14 @@ struct Stmt : Handle {
   SQLUSMALLINT* rowStatus = nullptr;
   std::map<SQLINTEGER, SQLULEN> attrs;
 
+  // REQUIRES: r complete (no rows added later).
+  void SetResult(std::unique_ptr<ResultSet> r) {
+    result = std::move(r);
+    resultRows = result ? result->rowCount() : 0;
+    resultColumns = result ? static_cast<int>(result->columns().size()) : 0;
+  }
   void CloseCursor() {
-    result.reset();
+    SetResult(nullptr);
     row = -1;
     dataColumn = -1;
     dataOffset = 0;
