@@ -135,6 +135,22 @@ void CodepageDecoder::Append(const std::uint8_t* p, std::size_t n, std::string* 
   }
 }
 
+namespace {
+
+// How many of the n bytes at p, from the start, are ASCII; eight at a time.
+std::size_t AsciiPrefix(const std::uint8_t* p, std::size_t n) {
+  std::size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    std::uint64_t w;
+    std::memcpy(&w, p + i, sizeof w);
+    if (w & 0x8080808080808080ull) break;
+  }
+  while (i < n && p[i] < 0x80) ++i;
+  return i;
+}
+
+}  // namespace
+
 bool SegmentReader::U8(std::uint8_t* v) {
   if (seg_ < segments_.size() && off_ < segments_[seg_].n) {
     *v = segments_[seg_].p[off_++];
@@ -215,8 +231,7 @@ bool SegmentReader::Chars(std::size_t cch, bool wide, std::string* out) {
         AppendUtf8(0xFFFD, out);
         pendingHigh = 0;
       }
-      std::size_t ascii = 0;
-      while (ascii < n && p[ascii] < 0x80) ++ascii;
+      const std::size_t ascii = AsciiPrefix(p, n);
       out->append(reinterpret_cast<const char*>(p), ascii);
       for (std::size_t i = ascii; i < n; ++i) {
         if (p[i] < 0x80)
@@ -262,9 +277,7 @@ bool SegmentReader::String(bool shortLength, std::string* out) {
     const std::uint8_t* p = segments_[seg_].p + off_;
     const std::size_t cch = GetU16(p);
     if (p[2] == 0 && segments_[seg_].n - off_ - 3 >= cch) {
-      std::size_t ascii = 0;
-      while (ascii < cch && p[3 + ascii] < 0x80) ++ascii;
-      if (ascii == cch) {
+      if (AsciiPrefix(p + 3, cch) == cch) {
         out->append(reinterpret_cast<const char*>(p + 3), cch);
         off_ += 3 + cch;
         return true;

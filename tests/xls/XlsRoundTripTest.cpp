@@ -148,12 +148,13 @@ TEST(XlsRoundTrip, StreamInPlaceOrGatheredFromSectorsOutOfOrder) {
 // runs, a string split by a CONTINUE boundary, one ending where its segment ends).
 TEST(XlsStrings, SegmentStringsOfEachShape) {
   const std::vector<std::uint8_t> first = {
-      3, 0, 0, 'a',  'b',  'c',                    // ASCII
-      3, 0, 0, 0xE9, 't',  0xE9,                   // Latin-1
-      1, 0, 1, 0x3B, 0x26,                         // UTF-16
-      2, 0, 8, 1,    0,    'h',  'i', 0, 0, 0, 0,  // one rich-text run after the characters
-      0, 0, 0,                                     // empty
-      2, 0, 0, 'e',  'n',                          // ends with its segment
+      3,  0, 0, 'a',  'b',  'c',                                            // ASCII
+      3,  0, 0, 0xE9, 't',  0xE9,                                           // Latin-1
+      11, 0, 0, 'l',  'o',  'n',  'g', 'e', 'r', ' ', 'c', 'a', 'f', 0xE9,  // Latin-1 past 8 bytes
+      1,  0, 1, 0x3B, 0x26,                                                 // UTF-16
+      2,  0, 8, 1,    0,    'h',  'i', 0,   0,   0,   0,  // one rich-text run after the characters
+      0,  0, 0,                                           // empty
+      2,  0, 0, 'e',  'n',                                // ends with its segment
   };
   const std::vector<std::uint8_t> second = {4, 0, 0, 'a', 'b'};
   const std::vector<std::uint8_t> third = {0, 'c', 'd', 1, 0, 0, 'z'};
@@ -162,14 +163,14 @@ TEST(XlsStrings, SegmentStringsOfEachShape) {
   in.Add(second.data(), second.size());
   in.Add(third.data(), third.size());
   std::vector<std::string> got;
-  for (int i = 0; i < 8; ++i) {
+  for (int i = 0; i < 9; ++i) {
     in.SkipSegmentEnd();
     std::string s;
     ASSERT_TRUE(in.String(false, &s)) << i;
     got.push_back(s);
   }
-  EXPECT_EQ(got, (std::vector<std::string>{"abc", "\u00e9t\u00e9", "\u263b", "hi", "", "en", "abcd",
-                                           "z"}));
+  EXPECT_EQ(got, (std::vector<std::string>{"abc", "\u00e9t\u00e9", "longer caf\u00e9", "\u263b",
+                                           "hi", "", "en", "abcd", "z"}));
   std::string more;
   EXPECT_FALSE(in.String(false, &more));
 }
