@@ -26,7 +26,7 @@ std::string FolderOf(const std::string& path) {
   return path.substr(0, slash);
 }
 
-// Transparent huge pages come in 2 MiB; a smaller buffer gains nothing from asking.
+// Transparent huge pages come in 2 MiB; a buffer under two of them gains little from asking.
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
 }  // namespace
