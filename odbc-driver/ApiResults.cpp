@@ -1,4 +1,5 @@
 // ODBC entry points: result set shape, fetching and getting values.
+#include <algorithm>
 #include <cstring>
 
 #include "odbc-driver/Convert.h"
@@ -51,6 +52,18 @@ SQLRETURN Fetch(Stmt* stmt) {
   if (stmt->rowsFetched) *stmt->rowsFetched = 1;
   if (stmt->rowStatus) stmt->rowStatus[0] = SQL_ROW_SUCCESS;
   return stmt->columns.empty() ? SQL_SUCCESS : FillBound(stmt);
+}
+
+// Writes text as UTF-16 with a terminating NUL into out (room for text.size() + 1 units)
+// when it is all ASCII; false, with out's contents unspecified, when it is not.
+bool WidenAscii(std::string_view text, SQLWCHAR* out) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c >= 0x80) return false;
+    out[i] = c;
+  }
+  out[text.size()] = 0;
+  return true;
 }
 
 [[gnu::noinline]] SQLRETURN NoSuchCell(Stmt* stmt, SQLUSMALLINT number) {
@@ -244,6 +257,16 @@ SQLRETURN SQL_API SQLGetData(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT c
     static_cast<char*>(buffer)[text.size()] = '\0';
     if (indicator) *indicator = static_cast<SQLLEN>(text.size());
     stmt->dataOffset = text.empty() ? 1 : text.size();
+    return SQL_SUCCESS;
+  }
+  if (present && cType == SQL_C_WCHAR && stmt->dataOffset == 0 && buffer &&
+      (text.size() + 1) * sizeof(SQLWCHAR) <=
+          static_cast<std::size_t>(std::max<SQLLEN>(bufferLength, 0)) &&
+      WidenAscii(text, static_cast<SQLWCHAR*>(buffer))) {
+    // The same for wide text (what pyodbc asks for) when the value is ASCII, as most cells
+    // are: each byte is its UTF-16 unit, so no UTF-16 string need be built per cell.
+    if (indicator) *indicator = static_cast<SQLLEN>(text.size() * sizeof(SQLWCHAR));
+    stmt->dataOffset = text.empty() ? 1 : text.size() * sizeof(SQLWCHAR);
     return SQL_SUCCESS;
   }
   return ConvertData(stmt, present ? &text : nullptr, cType, buffer, bufferLength, indicator);

@@ -2,10 +2,12 @@
 // private odbcinst.ini. The statements are the spreadsheet library's, byte for byte.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+
 #include <odbcinst.h>
 
 #include <cstring>
 #include <fstream>
+#include <string>
 
 #include "OdbcTestSupport.h"
 #include "xls/Xls.h"
@@ -186,6 +188,18 @@ TEST(DriverManagerTest, GetDataInTheUsualCTypes) {
   EXPECT_EQ(SQLGetData(st, 2, SQL_C_WCHAR, wide, sizeof wide, &ind), SQL_SUCCESS);
   EXPECT_EQ(ind, 11 * 2);
   EXPECT_EQ(wide[1], 0xE9);  // é as one UTF-16 unit
+  // ASCII text (the number 42) as wide characters: whole when the buffer holds it and its
+  // NUL exactly, once; in pieces when it is a unit short.
+  SQLWCHAR two[3] = {9, 9, 9};
+  EXPECT_EQ(SQLGetData(st, 1, SQL_C_WCHAR, two, sizeof two, &ind), SQL_SUCCESS);
+  EXPECT_EQ(ind, 2 * 2);
+  EXPECT_EQ(std::u16string(two, two + 3), std::u16string(u"42\0", 3));
+  EXPECT_EQ(SQLGetData(st, 1, SQL_C_WCHAR, two, sizeof two, &ind), SQL_NO_DATA);
+  EXPECT_EQ(SQLGetData(st, 2, SQL_C_CHAR, piece, sizeof piece, &ind), SQL_SUCCESS_WITH_INFO);
+  EXPECT_EQ(SQLGetData(st, 1, SQL_C_WCHAR, two, 2 * sizeof(SQLWCHAR), &ind), SQL_SUCCESS_WITH_INFO);
+  EXPECT_EQ(two[0], u'4');
+  EXPECT_EQ(SQLGetData(st, 1, SQL_C_WCHAR, two, 2 * sizeof(SQLWCHAR), &ind), SQL_SUCCESS);
+  EXPECT_EQ(two[0], u'2');
   EXPECT_EQ(SQLGetData(st, 3, SQL_C_CHAR, piece, sizeof piece, &ind), SQL_SUCCESS);
   EXPECT_EQ(ind, SQL_NULL_DATA);
   EXPECT_EQ(SQLGetData(st, 2, SQL_C_SLONG, &i, 0, &ind), SQL_ERROR);
