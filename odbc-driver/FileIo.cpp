@@ -81,34 +81,11 @@ Error ReadWholeFile(const std::string& path, xls::FileBytes* out) {
   if (fd < 0) return IoError("open", path, errno);
   // Straight into the buffer the decoder reads: a workbook can be tens of megabytes, and a
   // copy through a bounce buffer costs as much as a good part of decoding it.
-  std::size_t done = 0;
-  std::size_t want = static_cast<std::size_t>(StatFd(fd).size);
-  if (!out->Allocate(want + 1)) {  // one byte over: a file that grew is seen at once
-    Sys().close(fd);
-    return Error(ErrorKind::kIO, "No memory to read '" + path + "'.");
-  }
-  while (true) {
-    if (done == out->size()) {  // the file grew while we read it
-      xls::FileBytes bigger;
-      if (!bigger.Allocate(done * 2)) {
-        Sys().close(fd);
-        return Error(ErrorKind::kIO, "No memory to read '" + path + "'.");
-      }
-      std::memcpy(bigger.data(), out->data(), done);
-      *out = std::move(bigger);
-    }
-    ssize_t n = Sys().read(fd, out->data() + done, out->size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      int err = errno;
-      Sys().close(fd);
-      return IoError("read", path, err);
-    }
-    if (n == 0) break;
-    done += static_cast<std::size_t>(n);
-  }
+  int err = 0;
+  const bool ok =
+      xls::ReadToEnd(fd, static_cast<std::size_t>(StatFd(fd).size), out, Sys().read, &err);
   Sys().close(fd);
-  out->Truncate(done);
+  if (!ok) return IoError("read", path, err);
   return Error();
 }
 

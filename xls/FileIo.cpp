@@ -82,6 +82,28 @@ bool FileBytes::Allocate(std::size_t n) {
   return true;
 }
 
+bool ReadToEnd(int fd, std::size_t sizeHint, FileBytes* out,
+               ssize_t (*read)(int fd, void* buf, std::size_t n), int* err) {
+  // One byte over the hint, so that a file that grew is seen without another call.
+  if (sizeHint == SIZE_MAX || !out->Allocate(sizeHint + 1)) return *err = ENOMEM, false;
+  std::size_t done = 0;
+  while (true) {
+    if (done == out->size()) {
+      FileBytes bigger;
+      if (done > SIZE_MAX / 2 || !bigger.Allocate(done * 2)) return *err = ENOMEM, false;
+      std::memcpy(bigger.data(), out->data(), done);
+      *out = std::move(bigger);
+    }
+    ssize_t n = read(fd, out->data() + done, out->size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return *err = errno, false;
+    if (n == 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  out->Truncate(done);
+  return true;
+}
+
 Status FileOps::ReadFile(const std::string& path, FileBytes* out) {
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
@@ -99,24 +121,10 @@ Status FileOps::ReadFile(const std::string& path, FileBytes* out) {
     ::close(fd);
     return Status::IOError(path + " is not a regular file");
   }
-  if (!out->Allocate(static_cast<std::size_t>(st.st_size))) {
-    ::close(fd);
-    return Status::IOError(path + ": no memory for its " + std::to_string(st.st_size) + " bytes");
-  }
-  std::size_t done = 0;
-  while (done < out->size()) {
-    ssize_t n = ::read(fd, out->data() + done, out->size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      int err = errno;
-      ::close(fd);
-      return ErrnoStatus("read", path, err);
-    }
-    if (n == 0) break;  // the file shrank while we read it
-    done += static_cast<std::size_t>(n);
-  }
-  out->Truncate(done);
+  int err = 0;
+  const bool ok = ReadToEnd(fd, static_cast<std::size_t>(st.st_size), out, ::read, &err);
   ::close(fd);
+  if (!ok) return ErrnoStatus("read", path, err);
   return Status::OK();
 }
 

@@ -5,6 +5,8 @@
 // Ownership: FileOps::Default() is a process-lifetime object; callers own any other.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -45,6 +47,13 @@ class FileBytes {
   std::size_t size_ = 0;
   std::size_t mapped_ = 0;  // bytes mapped for data_, 0 when it came from new[]
 };
+
+// Reads fd from where it stands to its end into *out, which starts with room for
+// sizeHint bytes and grows if the file turns out longer (it grew while read). `read` is the
+// system call to use, so that a caller's fault-injection seam applies. False with *err set
+// to an errno value on failure (ENOMEM when the memory cannot be had).
+bool ReadToEnd(int fd, std::size_t sizeHint, FileBytes* out,
+               ssize_t (*read)(int fd, void* buf, std::size_t n), int* err);
 
 class FileOps {
  public:
