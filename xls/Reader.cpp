@@ -37,7 +37,16 @@ class BookReader {
   };
   Status ReadGlobals(std::vector<SheetInfo>* sheets);
   Status ReadSheet(std::size_t offset, Sheet* sheet);
-  std::uint16_t StyleFor(std::uint16_t xf, bool* isDate);
+  // The model style of an XF and whether it formats dates, resolved once per XF (cells
+  // reuse a handful of them); inline, since it runs once a cell.
+  std::uint16_t StyleFor(std::uint16_t xf, bool* isDate) {
+    if (std::uint32_t known = xf < xfResolved_.size() ? xfResolved_[xf] : 0) {
+      *isDate = (known >> 16) & 1;
+      return static_cast<std::uint16_t>(known);
+    }
+    return ResolveStyle(xf, isDate);
+  }
+  std::uint16_t ResolveStyle(std::uint16_t xf, bool* isDate);
   // These set *st only on failure: a full sheet has millions of cells, and an OK status
   // made and moved for each is a good part of the cost of reading them.
   void Put(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell cell, std::uint16_t xf,
@@ -172,14 +181,10 @@ Status BookReader::ReadGlobals(std::vector<SheetInfo>* sheets) {
   return Status::Corruption("workbook globals end without an EOF record");
 }
 
-std::uint16_t BookReader::StyleFor(std::uint16_t xf, bool* isDate) {
+std::uint16_t BookReader::ResolveStyle(std::uint16_t xf, bool* isDate) {
   *isDate = false;
   if (xf >= xfs_.size()) return 0;
   if (xfResolved_.size() < xfs_.size()) xfResolved_.assign(xfs_.size(), 0);
-  if (std::uint32_t known = xfResolved_[xf]) {  // cells reuse a handful of XFs
-    *isDate = (known >> 16) & 1;
-    return static_cast<std::uint16_t>(known);
-  }
   const XfRecord& x = xfs_[xf];
   std::string format;
   auto it = formats_.find(x.format);
@@ -219,13 +224,7 @@ Cell* BookReader::Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, Cell
     return nullptr;
   }
   bool isDate;
-  std::uint16_t style;
-  if (std::uint32_t known = xf < xfResolved_.size() ? xfResolved_[xf] : 0) {
-    isDate = (known >> 16) & 1;
-    style = static_cast<std::uint16_t>(known);
-  } else {
-    style = StyleFor(xf, &isDate);
-  }
+  const std::uint16_t style = StyleFor(xf, &isDate);
   if (isDate && type == CellType::kNumber) type = CellType::kDateTime;
   if (type == CellType::kEmpty && style == 0) return nullptr;
   Cell& cell = sheet->mutableAt(row, col);
