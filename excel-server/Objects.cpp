@@ -251,7 +251,7 @@ class Range : public Object {
       std::uint16_t width = 0;
       for (int r = area_.top; r <= area_.bottom && r < s.extentRows(); ++r) {
         const xls::Cell& cell = s.at(r, c);
-        std::string shown = cell.type == xls::CellType::kText ? cell.text
+        std::string shown = cell.type == xls::CellType::kText ? cell.text.str()
                             : cell.type == xls::CellType::kEmpty
                                 ? std::string()
                                 : std::to_string(static_cast<long long>(cell.number));

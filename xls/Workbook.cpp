@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <ostream>
 
 #include "xls/Status.h"
 
@@ -30,10 +31,40 @@ bool Style::operator==(const Style& o) const {
          right == o.right && top == o.top && bottom == o.bottom && numberFormat == o.numberFormat;
 }
 
-Cell Cell::Text(std::string s, std::uint16_t style) {
+void CellString::assignSlow(std::string_view s) {
+  // A heap block is never reused: text that changes is rare, and new text may overlap the old.
+  char* block = nullptr;
+  if (s.size() > kInline) {
+    block = new char[s.size()];
+    std::memcpy(block, s.data(), s.size());
+  }
+  const std::size_t n = s.size();
+  if (block == nullptr) {
+    char in[kInline];
+    if (n != 0) std::memcpy(in, s.data(), n);  // s may point into the block released next
+    release();
+    if (n != 0) std::memcpy(bytes_, in, n);
+    bytes_[kInline] = static_cast<char>(n);
+    return;
+  }
+  release();
+  std::memcpy(bytes_, &block, sizeof block);
+  std::memcpy(bytes_ + sizeof block, &n, sizeof n);
+  bytes_[kInline] = kOnHeap;
+}
+
+void CellString::releaseSlow() {
+  char* block;
+  std::memcpy(&block, bytes_, sizeof block);
+  delete[] block;
+}
+
+std::ostream& operator<<(std::ostream& os, const CellString& s) { return os << s.view(); }
+
+Cell Cell::Text(std::string_view s, std::uint16_t style) {
   Cell c;
   c.type = CellType::kText;
-  c.text = std::move(s);
+  c.text = s;
   c.style = style;
   return c;
 }

@@ -9,6 +9,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+#include <iosfwd>
 #include <map>
 #include <string>
 #include <string_view>
@@ -48,17 +50,103 @@ struct Style {
   bool operator!=(const Style& o) const { return !(*this == o); }
 };
 
-// The members are ordered largest first so a cell takes 48 bytes, not 56: a full sheet
-// holds millions of them.
+// A cell's text, UTF-8: up to kInline bytes are kept in the object itself, longer text in
+// one heap block it owns. Most cell text is short, and a full sheet holds a million text
+// cells: in place, they cost neither an allocation each nor the 32 bytes of a std::string.
+// Unaligned on purpose (alignment 1), so a Cell packs it beside its other members. A
+// moved-from CellString is empty.
+class CellString {
+ public:
+  static constexpr std::size_t kInline = 20;
+
+  CellString() { bytes_[kInline] = 0; }
+  CellString(std::string_view s) {  // implicit, as std::string's is
+    bytes_[kInline] = 0;
+    assign(s);
+  }
+  CellString(const CellString& o) : CellString(o.view()) {}
+  CellString(CellString&& o) noexcept {
+    std::memcpy(bytes_, o.bytes_, sizeof bytes_);
+    o.bytes_[kInline] = 0;
+  }
+  CellString& operator=(const CellString& o) {
+    if (this != &o) assign(o.view());
+    return *this;
+  }
+  CellString& operator=(CellString&& o) noexcept {
+    if (this != &o) {
+      release();
+      std::memcpy(bytes_, o.bytes_, sizeof bytes_);
+      o.bytes_[kInline] = 0;
+    }
+    return *this;
+  }
+  CellString& operator=(std::string_view s) {
+    assign(s);
+    return *this;
+  }
+  ~CellString() { release(); }
+
+  void assign(std::string_view s) {
+    if (s.size() <= kInline && !onHeap()) {
+      if (!s.empty()) std::memmove(bytes_, s.data(), s.size());  // s may be this very text
+      bytes_[kInline] = static_cast<char>(s.size());
+    } else {
+      assignSlow(s);
+    }
+  }
+  void clear() {
+    release();
+    bytes_[kInline] = 0;
+  }
+
+  bool empty() const { return size() == 0; }
+  std::size_t size() const {
+    if (!onHeap()) return static_cast<unsigned char>(bytes_[kInline]);
+    std::size_t n;
+    std::memcpy(&n, bytes_ + sizeof(char*), sizeof n);
+    return n;
+  }
+  const char* data() const {
+    if (!onHeap()) return bytes_;
+    const char* p;
+    std::memcpy(&p, bytes_, sizeof p);
+    return p;
+  }
+  std::string_view view() const { return std::string_view(data(), size()); }
+  operator std::string_view() const { return view(); }
+  std::string str() const { return std::string(view()); }
+
+  friend bool operator==(const CellString& a, std::string_view b) { return a.view() == b; }
+  friend bool operator==(const CellString& a, const CellString& b) { return a.view() == b.view(); }
+
+ private:
+  static constexpr char kOnHeap = static_cast<char>(0xFF);
+  bool onHeap() const { return bytes_[kInline] == kOnHeap; }
+  void release() {
+    if (onHeap()) releaseSlow();
+  }
+  void assignSlow(std::string_view s);
+  void releaseSlow();
+
+  // In place: the text, then its length in bytes_[kInline]. On the heap: the block's
+  // address and the text's length, then kOnHeap in bytes_[kInline].
+  char bytes_[kInline + 1];
+};
+static_assert(2 * sizeof(char*) <= CellString::kInline, "a heap block's address and length fit");
+
+std::ostream& operator<<(std::ostream& os, const CellString& s);
+
+// The members are ordered so a cell takes 32 bytes: a full sheet holds millions of them.
 struct Cell {
   // kNumber: the value; kDateTime: the serial day number in the workbook's date system;
   // kBoolean: 0 or 1; kError: the BIFF error code (0x07 #DIV/0!, 0x2A #N/A, ...).
   double number = 0;
-  std::string text;         // kText only
   std::uint16_t style = 0;  // index into Workbook::styles(); 0 is the default style
   CellType type = CellType::kEmpty;
+  CellString text;  // kText only
 
-  static Cell Text(std::string s, std::uint16_t style = 0);
+  static Cell Text(std::string_view s, std::uint16_t style = 0);
   static Cell Number(double v, std::uint16_t style = 0);
   static Cell Boolean(bool v, std::uint16_t style = 0);
   static Cell Error(std::uint8_t code, std::uint16_t style = 0);
@@ -67,6 +155,7 @@ struct Cell {
   bool isEmpty() const { return type == CellType::kEmpty; }
   bool operator==(const Cell& o) const;
 };
+static_assert(sizeof(void*) != 8 || sizeof(Cell) == 32, "a cell stays 32 bytes on 64-bit hosts");
 
 class Sheet {
  public:

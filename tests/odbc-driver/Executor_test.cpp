@@ -46,7 +46,7 @@ class ExecutorTest : public ::testing::Test {
     const xls::Sheet* s = book_->findSheet(sheet);
     if (!s) return "<no sheet>";
     const xls::Cell& c = s->at(row, col);
-    if (c.type == xls::CellType::kText) return c.text;
+    if (c.type == xls::CellType::kText) return c.text.str();
     if (c.type == xls::CellType::kNumber) return "#" + std::to_string(c.number);
     return c.isEmpty() ? "" : "?";
   }
