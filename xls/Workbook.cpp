@@ -32,25 +32,24 @@ bool Style::operator==(const Style& o) const {
 }
 
 void CellString::assignSlow(std::string_view s) {
-  // A heap block is never reused: text that changes is rare, and new text may overlap the old.
-  char* block = nullptr;
-  if (s.size() > kInline) {
-    block = new char[s.size()];
-    std::memcpy(block, s.data(), s.size());
-  }
+  // Reached when the text goes to the heap or leaves it. The new text is copied before the
+  // old block is released, since s may point into it. A block is never reused: cell text
+  // seldom changes once written.
   const std::size_t n = s.size();
-  if (block == nullptr) {
+  if (n > kInline) {
+    char* block = new char[n];
+    std::memcpy(block, s.data(), n);
+    release();
+    std::memcpy(bytes_, &block, sizeof block);
+    std::memcpy(bytes_ + sizeof block, &n, sizeof n);
+    bytes_[kInline] = kOnHeap;
+  } else {
     char in[kInline];
-    if (n != 0) std::memcpy(in, s.data(), n);  // s may point into the block released next
+    if (n != 0) std::memcpy(in, s.data(), n);
     release();
     if (n != 0) std::memcpy(bytes_, in, n);
     bytes_[kInline] = static_cast<char>(n);
-    return;
   }
-  release();
-  std::memcpy(bytes_, &block, sizeof block);
-  std::memcpy(bytes_ + sizeof block, &n, sizeof n);
-  bytes_[kInline] = kOnHeap;
 }
 
 void CellString::releaseSlow() {
