@@ -302,7 +302,7 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         if (!in.String(false, &text) && r.id == rec::kLabel) {
           return Status::Corruption("LABEL text runs past its record");
         }
-        Put(sheet, p, n, Cell::Text(std::move(text)), GetU16(p + 4), &st);
+        Put(sheet, p, n, Cell::Text(text), GetU16(p + 4), &st);
         break;
       }
       case rec::kNumber:
@@ -372,7 +372,7 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         std::string text;
         if (!in.String(false, &text))
           return Status::Corruption("STRING record text runs past its record");
-        Put(sheet, pendingCell, 6, Cell::Text(std::move(text)), GetU16(pendingCell + 4), &st);
+        Put(sheet, pendingCell, 6, Cell::Text(text), GetU16(pendingCell + 4), &st);
         break;
       }
       default:
