@@ -32,6 +32,14 @@ const char* SqlStateOf(ErrorKind kind) {
       return "07002";
     case ErrorKind::kNotSupported:
       return "HYC00";
+    case ErrorKind::kStringTooLong:
+      return "22001";
+    case ErrorKind::kTableFull:
+      return "HY000";
+    case ErrorKind::kTooComplex:
+      return "54001";
+    case ErrorKind::kTooManyColumns:
+      return "54011";
   }
   return "HY000";
 }

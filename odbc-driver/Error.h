@@ -23,6 +23,10 @@ enum class ErrorKind {
   kLocked,           // HYT00: another process held the workbook for too long
   kParameter,        // 07002: parameter markers without values
   kNotSupported,     // HYC00
+  kStringTooLong,    // 22001: text longer than a cell holds (32,767 characters)
+  kTableFull,        // HY000: no row left below the table (the sheet ends at row 65,536)
+  kTooComplex,       // 54001: an expression nested or chained past what the parser takes
+  kTooManyColumns,   // 54011: a table past the sheet's 256 columns
 };
 
 class Error {
