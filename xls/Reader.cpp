@@ -3,6 +3,7 @@
 #include <string>
 
 #include "xls/CompoundFile.h"
+#include "xls/Encryption.h"
 #include "xls/FileIo.h"
 #include "xls/Records.h"
 #include "xls/Strings.h"
@@ -387,6 +388,11 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
 }  // namespace
 
 Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbook* out) {
+  return ReadWorkbookFromMemory(data, size, ReadOptions(), out);
+}
+
+Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size,
+                              const ReadOptions& options, Workbook* out) {
   *out = Workbook();
   CompoundFileReader cfb;
   Status s = cfb.Open(data, size);
@@ -407,6 +413,14 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbo
     return Status::Corruption("compound file has no Workbook stream");
   }
   if (!s.ok()) return s;
+  // An encrypted stream is read from a decrypted copy (xls/Encryption.h); a plain one costs
+  // a walk over the globals' record headers.
+  std::vector<std::uint8_t> decrypted;
+  Encryption encryption;
+  s = DecryptWorkbookStream(in, options.password, &decrypted, &encryption);
+  if (!s.ok()) return s;
+  if (encryption != Encryption::kNone) in = ByteSpan{decrypted.data(), decrypted.size()};
+  out->encrypted = encryption != Encryption::kNone;
   BookReader reader(in.data, in.size, out);
   return reader.Read();
 }
@@ -420,6 +434,13 @@ Status ReadWorkbookWith(FileOps& ops, const std::string& path, Workbook* out) {
 
 Status ReadWorkbook(const std::string& path, Workbook* out) {
   return ReadWorkbookWith(FileOps::Default(), path, out);
+}
+
+Status ReadWorkbook(const std::string& path, const ReadOptions& options, Workbook* out) {
+  FileBytes bytes;
+  Status s = FileOps::Default().ReadFile(path, &bytes);
+  if (!s.ok()) return s;
+  return ReadWorkbookFromMemory(bytes.data(), bytes.size(), options, out);
 }
 
 }  // namespace xls

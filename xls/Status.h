@@ -9,7 +9,18 @@ namespace xls {
 
 class Status {
  public:
-  enum class Code { kOk, kNotFound, kIOError, kCorruption, kUnsupported, kInvalidArgument };
+  // kNeedsPassword: encrypted, and no password was given (nor does Excel's default one open
+  // it); kWrongPassword: the password given does not open it.
+  enum class Code {
+    kOk,
+    kNotFound,
+    kIOError,
+    kCorruption,
+    kUnsupported,
+    kInvalidArgument,
+    kNeedsPassword,
+    kWrongPassword
+  };
 
   Status() = default;
   static Status OK() { return Status(); }
@@ -19,6 +30,13 @@ class Status {
   static Status Unsupported(std::string msg) { return Status(Code::kUnsupported, std::move(msg)); }
   static Status InvalidArgument(std::string msg) {
     return Status(Code::kInvalidArgument, std::move(msg));
+  }
+
+  static Status NeedsPassword(std::string msg) {
+    return Status(Code::kNeedsPassword, std::move(msg));
+  }
+  static Status WrongPassword(std::string msg) {
+    return Status(Code::kWrongPassword, std::move(msg));
   }
 
   bool ok() const { return code_ == Code::kOk; }

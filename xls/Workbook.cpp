@@ -22,6 +22,10 @@ std::string Status::ToString() const {
       return "unsupported: " + message_;
     case Code::kInvalidArgument:
       return "invalid argument: " + message_;
+    case Code::kNeedsPassword:
+      return "password needed: " + message_;
+    case Code::kWrongPassword:
+      return "wrong password: " + message_;
   }
   return message_;
 }

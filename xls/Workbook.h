@@ -231,6 +231,9 @@ class Workbook {
   std::uint16_t addStyle(const Style& style);
 
   bool date1904 = false;
+  // Read from a password-protected file. WriteWorkbook refuses such a workbook rather than
+  // store its contents without the password; clear this to write it unprotected on purpose.
+  bool encrypted = false;
   // Defined names: name -> formula text as Excel shows it, e.g. "Sheet1!$A$1:$C$10".
   std::map<std::string, std::string> definedNames;
 

@@ -140,6 +140,11 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
 Status BuildWorkbookStream(const Workbook& wb, std::vector<std::uint8_t>* stream) {
   const auto& sheets = wb.sheets();
   if (sheets.empty()) return Status::InvalidArgument("a workbook needs at least one sheet");
+  if (wb.encrypted) {
+    return Status::Unsupported(
+        "the workbook was read from a password-protected file, and writing encrypted files is "
+        "not supported: saving would leave it without its password");
+  }
   for (std::size_t i = 0; i < sheets.size(); ++i) {
     if (!Workbook::isValidSheetName(sheets[i].name())) {
       return Status::InvalidArgument("invalid sheet name \"" + sheets[i].name() + "\"");

@@ -28,9 +28,22 @@ namespace xls {
 Status ReadWorkbook(const std::string& path, Workbook* out);
 Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbook* out);
 
+// How to read a workbook.
+struct ReadOptions {
+  // The password of an encrypted workbook, UTF-8. Excel's default password, which protects
+  // files against editing only, is always tried first, so empty opens those.
+  std::string password;
+};
+// As above, with options. An encrypted workbook that no password opens gives NeedsPassword
+// (none given) or WrongPassword; one that opens is read with out->encrypted set, and
+// WriteWorkbook then refuses it (see Workbook::encrypted).
+Status ReadWorkbook(const std::string& path, const ReadOptions& options, Workbook* out);
+Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size,
+                              const ReadOptions& options, Workbook* out);
+
 // Writes the workbook to path atomically: a temporary file in the same folder is
 // written, flushed and renamed over path, so path holds either the old or the new
-// workbook. REQUIRES: at least one sheet.
+// workbook. REQUIRES: at least one sheet. A workbook read encrypted gives Unsupported.
 Status WriteWorkbook(const std::string& path, const Workbook& workbook);
 Status WriteWorkbookToMemory(const Workbook& workbook, std::vector<std::uint8_t>* out);
 
