@@ -77,7 +77,8 @@ TEST(XlsEncryption, KeyDerivationsGivePublishedValues) {
 // ---- A second encryptor, for tests only: it inserts FILEPASS after the first BOF and
 // encrypts the records after it as [MS-XLS] 2.2.10 says, apart from the decryptor's code.
 
-enum class Scheme { kXor, kRc4, kCryptoApi128, kCryptoApi40 };
+// kXorExcel95: an Excel 5/95 FILEPASS (no type field) and a BOF that says version 0x0500.
+enum class Scheme { kXor, kXorExcel95, kRc4, kCryptoApi128, kCryptoApi40 };
 
 struct Appender {
   std::vector<std::uint8_t>* out;
@@ -86,8 +87,10 @@ struct Appender {
   void Bytes(const std::uint8_t* p, std::size_t n) { out->insert(out->end(), p, p + n); }
 };
 
+// *beforeSealing, when given, receives the stream with FILEPASS in place but not yet encrypted.
 std::vector<std::uint8_t> EncryptStream(const std::vector<std::uint8_t>& plain, Scheme scheme,
-                                        const std::string& password) {
+                                        const std::string& password,
+                                        std::vector<std::uint8_t>* beforeSealing = nullptr) {
   static const std::uint8_t kSalt[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
   static const std::uint8_t kVerifier[16] = {'v', 'e', 'r', 'i', 'f', 'i', 'e', 'r',
                                              '-', 'b', 'y', 't', 'e', 's', '!', '?'};
@@ -115,9 +118,11 @@ std::vector<std::uint8_t> EncryptStream(const std::vector<std::uint8_t>& plain, 
     if (sha1) fp.U32(20);
     fp.Bytes(sealed + 16, n - 16);
   };
-  if (scheme == Scheme::kXor) {
+  const bool xor_ = scheme == Scheme::kXor || scheme == Scheme::kXorExcel95;
+  if (xor_) {
     const std::string bytes = crypto::XorPasswordBytes(password);
-    fp.U16(0), fp.U16(crypto::XorKey(bytes)), fp.U16(crypto::XorVerifier(bytes));
+    if (scheme == Scheme::kXor) fp.U16(0);
+    fp.U16(crypto::XorKey(bytes)), fp.U16(crypto::XorVerifier(bytes));
     xorArray = crypto::XorArray(bytes);
   } else if (scheme == Scheme::kRc4) {
     keys = crypto::Rc4BlockKeys::Md5(crypto::Rc4Password(password), kSalt);
@@ -145,12 +150,13 @@ std::vector<std::uint8_t> EncryptStream(const std::vector<std::uint8_t>& plain, 
   a.Bytes(filePass.data(), filePass.size());
   const std::size_t shift = out.size() - bofEnd;
   out.insert(out.end(), plain.begin() + bofEnd, plain.end());
+  if (scheme == Scheme::kXorExcel95) PutU16(out.data() + 4, 0x0500);
 
   std::size_t keyedBlock = SIZE_MAX;
   std::uint8_t keystream[1024];
   auto seal = [&](std::size_t pos, std::size_t recordLength) {
     std::uint8_t& b = out[pos];
-    if (scheme == Scheme::kXor) {
+    if (xor_) {
       b = static_cast<std::uint8_t>(((b << 5) | (b >> 3)) ^ xorArray[(pos + recordLength) % 16]);
       return;
     }
@@ -164,19 +170,25 @@ std::vector<std::uint8_t> EncryptStream(const std::vector<std::uint8_t>& plain, 
     }
     b ^= keystream[pos % 1024];
   };
-  for (std::size_t pos = bofEnd + shift; pos + 4 <= out.size();) {
-    const unsigned id = GetU16(out.data() + pos), n = GetU16(out.data() + pos + 2);
-    const std::size_t body = pos + 4;
-    pos = body + n;
-    std::size_t from = 0;
+  // Records after FILEPASS: each visited as (id, start of data, length).
+  auto forEachRecord = [&out, start = bofEnd + shift](auto visit) {
+    for (std::size_t pos = start; pos + 4 <= out.size();) {
+      const unsigned id = GetU16(out.data() + pos), n = GetU16(out.data() + pos + 2);
+      visit(id, pos + 4, n);
+      pos += 4 + n;
+    }
+  };
+  forEachRecord([&](unsigned id, std::size_t body, std::size_t) {
     if (id == rec::kBoundSheet) {
       PutU32(out.data() + body, static_cast<std::uint32_t>(GetU32(out.data() + body) + shift));
-      from = 4;
     }
-    if (id == rec::kBof) continue;
+  });
+  if (beforeSealing != nullptr) *beforeSealing = out;
+  forEachRecord([&](unsigned id, std::size_t body, std::size_t n) {
+    if (id == rec::kBof) return;
     // XOR indexes each byte by its position plus the length of its record.
-    for (std::size_t i = from; i < n; ++i) seal(body + i, n);
-  }
+    for (std::size_t i = id == rec::kBoundSheet ? 4 : 0; i < n; ++i) seal(body + i, n);
+  });
   return out;
 }
 
@@ -266,6 +278,25 @@ TEST(XlsEncryption, ReadsWhatEachSchemeEncryptsAndNamesPasswordFaults) {
     }
     EXPECT_TRUE(wb.encrypted);
     ExpectSameCells(plain, wb);
+  }
+}
+
+// Excel 5/95 files are read elsewhere; their decryption is checked on the stream: FILEPASS
+// holds only key and verifier there, and the bytes must come back as they were.
+TEST(XlsEncryption, Excel95XorStreamDecryptsToItsPlainBytes) {
+  std::vector<std::uint8_t> plainFile;
+  ASSERT_TRUE(WriteWorkbookToMemory(Sample(), &plainFile).ok());
+  for (const char* password : {kDefaultPassword, "s3cret"}) {
+    std::vector<std::uint8_t> expected;
+    const auto sealed =
+        EncryptStream(StreamOf(plainFile), Scheme::kXorExcel95, password, &expected);
+    ASSERT_NE(sealed, expected);
+    std::vector<std::uint8_t> clear;
+    Encryption kind = Encryption::kNone;
+    const Status s = DecryptWorkbookStream({sealed.data(), sealed.size()}, "s3cret", &clear, &kind);
+    ASSERT_TRUE(s.ok()) << s.ToString();
+    EXPECT_EQ(kind, Encryption::kXor);
+    EXPECT_TRUE(clear == expected) << password;
   }
 }
 
@@ -409,6 +440,65 @@ TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbook) {
   s = ReadWorkbookFromMemory(file.data(), file.size(), &wb);
   EXPECT_EQ(s.code(), Status::Code::kNeedsPassword) << s.ToString();
   EXPECT_NE(s.message().find("password is needed"), std::string::npos) << s.message();
+}
+
+// The fuzz corpus holds a small workbook encrypted each way, so the fuzz target (which gives
+// no password) gets through the decryption to the records behind it, and a damaged FILEPASS.
+// Each seed must stay what its name says; XLS_WRITE_ENCRYPTED_SEEDS=1 writes them anew.
+TEST(XlsEncryption, CorpusSeedsAreEncryptedAsNamed) {
+  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
+  ASSERT_NE(src, nullptr);
+  Workbook wb;
+  Sheet& sheet = wb.addSheet("Seed");
+  sheet.set(0, 0, Cell::Text("seed ünïcode"));
+  sheet.set(0, 1, Cell::Number(1.5));
+  sheet.set(1, 0, Cell::Boolean(true));
+  std::vector<std::uint8_t> plainFile;
+  ASSERT_TRUE(WriteWorkbookToMemory(wb, &plainFile).ok());
+  const std::vector<std::uint8_t> stream = StreamOf(plainFile);
+  struct Seed {
+    const char* name;
+    std::vector<std::uint8_t> file;
+    Encryption kind;
+    Status::Code withoutPassword;
+  } seeds[] = {
+      {"encrypted-xor-default", FileOf(EncryptStream(stream, Scheme::kXor, kDefaultPassword)),
+       Encryption::kXor, Status::Code::kOk},
+      {"encrypted-rc4-default", FileOf(EncryptStream(stream, Scheme::kRc4, kDefaultPassword)),
+       Encryption::kRc4, Status::Code::kOk},
+      {"encrypted-cryptoapi40-default",
+       FileOf(EncryptStream(stream, Scheme::kCryptoApi40, kDefaultPassword)),
+       Encryption::kRc4CryptoApi, Status::Code::kOk},
+      {"encrypted-cryptoapi128-s3cret",
+       FileOf(EncryptStream(stream, Scheme::kCryptoApi128, "s3cret")), Encryption::kRc4CryptoApi,
+       Status::Code::kNeedsPassword},
+      {"encrypted-filepass-huge-header",
+       WithFilePass(CryptoApiPayload(0xFFFFFFF0u, 0x6801, 128, 16)), Encryption::kNone,
+       Status::Code::kCorruption},
+  };
+  for (const auto& seed : seeds) {
+    const std::string path = std::string(src) + "/tests/xls/corpus/" + seed.name;
+    if (std::getenv("XLS_WRITE_ENCRYPTED_SEEDS")) {
+      WriteFile(path, std::string(seed.file.begin(), seed.file.end()));
+    }
+    const std::vector<std::uint8_t> file = ReadBytes(path);
+    ASSERT_FALSE(file.empty()) << path;
+    Workbook back;
+    const Status s = ReadWorkbookFromMemory(file.data(), file.size(), &back);
+    EXPECT_EQ(s.code(), seed.withoutPassword) << seed.name << ": " << s.ToString();
+    if (seed.kind == Encryption::kNone) continue;
+    const std::vector<std::uint8_t> seedStream = StreamOf(file);
+    std::vector<std::uint8_t> clear;
+    Encryption kind = Encryption::kNone;
+    EXPECT_TRUE(
+        DecryptWorkbookStream({seedStream.data(), seedStream.size()}, "s3cret", &clear, &kind)
+            .ok());
+    EXPECT_EQ(kind, seed.kind) << seed.name;
+    ReadOptions options;
+    options.password = "s3cret";
+    ASSERT_TRUE(ReadWorkbookFromMemory(file.data(), file.size(), options, &back).ok()) << seed.name;
+    ExpectSameCells(wb, back);
+  }
 }
 
 }  // namespace
