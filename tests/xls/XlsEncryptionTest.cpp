@@ -39,6 +39,15 @@ TEST(XlsEncryption, KeyDerivationsGivePublishedValues) {
   EXPECT_EQ(crypto::XorVerifier(kDefaultPassword), 0x9A0A);
   EXPECT_EQ(crypto::XorVerifier("1950"), 0xCC61);
   EXPECT_EQ(crypto::XorKey("1950"), 0x499A);
+  // The XOR arrays as CreateXorArray_Method1 builds them step by step: odd and even lengths
+  // and the longest password (no pad).
+  auto array = [](const char* password) {
+    const auto a = crypto::XorArray(password);
+    return std::vector<std::uint8_t>(a.begin(), a.end());
+  };
+  EXPECT_EQ(array(kDefaultPassword), Hex("876b9ae21ee305621e699660986e9404"));
+  EXPECT_EQ(array("1950"), Hex("d538d7bc905bb2f9b25b91e44dfbcaa4"));
+  EXPECT_EQ(array("abc"), Hex("95999475da577857da7465a87a2f2577"));
   // Passwords reach XOR obfuscation as single bytes, 15 at most.
   EXPECT_EQ(crypto::XorPasswordBytes("é\xE2\x82\xAC"
                                      "abcdefghijklmnopq"),
@@ -392,7 +401,24 @@ std::vector<std::uint8_t> ReadBytes(const std::string& path) {
                                    std::istreambuf_iterator<char>());
 }
 
-TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbook) {
+// Row, column, and the value of every cell of the first sheet, numbers as %.17g.
+std::string DumpFirstSheet(const Workbook& wb) {
+  std::string out;
+  const Sheet& sheet = wb.sheets().at(0);
+  for (int r = 0; r < sheet.usedRows(); ++r) {
+    for (int c = 0; c < sheet.usedColumns(); ++c) {
+      const Cell& cell = sheet.at(r, c);
+      if (cell.isEmpty()) continue;
+      char number[32];
+      std::snprintf(number, sizeof number, "%.17g", cell.number);
+      out += std::to_string(r) + " " + std::to_string(c) + " " +
+             (cell.type == CellType::kText ? cell.text.str() : number) + "\n";
+    }
+  }
+  return out;
+}
+
+TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbooks) {
   const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
   ASSERT_NE(src, nullptr);
   TempDir dir;
@@ -403,18 +429,21 @@ TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbook) {
            ".5\n";
   }
   WriteFile(dir.file("in.csv"), csv);
+  // One workbook with a password, one with Excel's default password (what Excel writes
+  // for a workbook protected against editing only) and one without any.
   const std::string password = "Tr0ub4dor&3";
-  const std::string xls = dir.file("protected.xls");
   RunCommand("HOME='" + dir.path() + "' /usr/bin/python3 " + src +
-             "/tests/xls/make_encrypted_fixture.py " + dir.file("in.csv") + " " + xls + " '" +
-             password + "' " + dir.file("profile") + " 2>&1");
-  const std::vector<std::uint8_t> file = ReadBytes(xls);
+             "/tests/xls/make_encrypted_fixture.py " + dir.file("profile") + " " +
+             dir.file("in.csv") + " " + dir.file("protected.xls") + " '" + password + "' " +
+             dir.file("default.xls") + " " + kDefaultPassword + " " + dir.file("plain.xls") +
+             " '' 2>&1");
+  const std::vector<std::uint8_t> file = ReadBytes(dir.file("protected.xls"));
   ASSERT_FALSE(file.empty()) << "LibreOffice wrote no workbook";
 
   // Which scheme LibreOffice chose, for the record (7.4 writes RC4 with MD5, FILEPASS 1.1).
   const std::vector<std::uint8_t> stream = StreamOf(file);
   std::vector<std::uint8_t> clear;
-  Encryption kind;
+  Encryption kind = Encryption::kNone;
   ASSERT_TRUE(DecryptWorkbookStream({stream.data(), stream.size()}, password, &clear, &kind).ok());
   EXPECT_NE(kind, Encryption::kNone);
   RecordProperty("LibreOfficeEncryption", EncryptionName(kind));
@@ -433,6 +462,24 @@ TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbook) {
     ASSERT_EQ(sheet.at(r, 0).text, "item " + std::to_string(r) + (r % 2 ? " Zoë €" : ""));
     ASSERT_EQ(sheet.at(r, 1).number, r + 0.5) << "row " << r;
   }
+  // xlrd cannot decrypt: it reads the unprotected copy, which must hold the same cells.
+  const std::string xlrd = RunCommand(
+      "/usr/bin/python3 -c \"import sys, xlrd\n"
+      "s = xlrd.open_workbook(sys.argv[1]).sheet_by_index(0)\n"
+      "for r in range(s.nrows):\n"
+      "  for c in range(s.ncols):\n"
+      "    t, v = s.cell_type(r, c), s.cell_value(r, c)\n"
+      "    if t == xlrd.XL_CELL_NUMBER: v = '%.17g' % v\n"
+      "    if t != xlrd.XL_CELL_EMPTY: print(r, c, v)\" " +
+      dir.file("plain.xls"));
+  EXPECT_EQ(DumpFirstSheet(wb), xlrd);
+
+  Workbook editProtected;
+  const std::vector<std::uint8_t> byDefault = ReadBytes(dir.file("default.xls"));
+  s = ReadWorkbookFromMemory(byDefault.data(), byDefault.size(), &editProtected);
+  ASSERT_TRUE(s.ok()) << s.ToString();
+  EXPECT_TRUE(editProtected.encrypted);
+  EXPECT_EQ(DumpFirstSheet(editProtected), xlrd);
 
   options.password = "Tr0ub4dor&4";
   s = ReadWorkbookFromMemory(file.data(), file.size(), options, &wb);

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Writes a password-protected "MS Excel 97" workbook with LibreOffice (an independent
+"""Writes password-protected "MS Excel 97" workbooks with LibreOffice (an independent
 writer) for the decryption tests, through python3-uno:
 
-    make_encrypted_fixture.py IN.csv OUT.xls PASSWORD PROFILE_DIR
+    make_encrypted_fixture.py PROFILE_DIR IN.csv OUT.xls PASSWORD [OUT.xls PASSWORD ...]
 
-LibreOffice runs headless with its own profile in PROFILE_DIR and is ended before exit."""
+Each OUT.xls holds IN.csv; an empty PASSWORD writes it unprotected. LibreOffice runs
+headless with its own profile in PROFILE_DIR and is ended before exit."""
 import os
 import subprocess
 import sys
@@ -24,7 +25,8 @@ def prop(name, value):
 
 
 def main():
-    csv, out, password, profile = sys.argv[1:5]
+    profile, csv = sys.argv[1:3]
+    outputs = list(zip(sys.argv[3::2], sys.argv[4::2]))
     pipe = "xls_encrypted_fixture_%d" % os.getpid()
     office = subprocess.Popen(
         ["soffice", "-env:UserInstallation=" + uno.systemPathToFileUrl(profile), "--headless",
@@ -51,8 +53,11 @@ def main():
             uno.systemPathToFileUrl(os.path.abspath(csv)), "_blank", 0,
             (prop("Hidden", True), prop("FilterName", "Text - txt - csv (StarCalc)"),
              prop("FilterOptions", "44,34,76,1")))
-        doc.storeToURL(uno.systemPathToFileUrl(os.path.abspath(out)),
-                       (prop("FilterName", "MS Excel 97"), prop("Password", password)))
+        for out, password in outputs:
+            args = [prop("FilterName", "MS Excel 97")]
+            if password:
+                args.append(prop("Password", password))
+            doc.storeToURL(uno.systemPathToFileUrl(os.path.abspath(out)), tuple(args))
         doc.close(True)
         try:
             desktop.terminate()
