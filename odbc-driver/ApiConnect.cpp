@@ -12,7 +12,7 @@ namespace {
 // Connects with the keys of a connection string; keys it lacks are looked up in the DSN's
 // odbc.ini section when a DSN is named.
 SQLRETURN Connect(Dbc* dbc, const std::map<std::string, std::string>& keys) {
-  if (dbc->db) return PostError(dbc, "08002", "Already connected.");
+  if (dbc->db) return PostError(dbc, State::kConnectionInUse);
   std::string dsn;
   if (auto it = keys.find("DSN"); it != keys.end()) dsn = it->second;
   dbc->dsn = dsn;
@@ -52,7 +52,8 @@ SQLRETURN SQL_API SQLDriverConnect(SQLHDBC handle, SQLHWND, SQLCHAR* in, SQLSMAL
   if (ret != SQL_SUCCESS) return ret;
   dbc->connectionString = text;
   if (CopyOut(text, out, outMax, outLength)) {
-    return PostWarning(dbc, "01004", "The connection string was cut to fit the buffer.");
+    return PostWarning(dbc, State::kStringTruncated,
+                       "The connection string was cut to fit the buffer.");
   }
   return SQL_SUCCESS;
 }
@@ -72,20 +73,21 @@ SQLRETURN SQL_API SQLBrowseConnect(SQLHDBC handle, SQLCHAR*, SQLSMALLINT, SQLCHA
   Dbc* dbc = ToDbc(handle);
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  return PostError(dbc, "HYC00", "SQLBrowseConnect is not supported: use SQLDriverConnect.");
+  return PostError(dbc, State::kNotImplemented,
+                   "SQLBrowseConnect is not supported: use SQLDriverConnect.");
 }
 
 SQLRETURN SQL_API SQLDisconnect(SQLHDBC handle) {
   Dbc* dbc = ToDbc(handle);
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  if (!dbc->db) return PostError(dbc, "08003", "Not connected.");
+  if (!dbc->db) return PostError(dbc, State::kNotConnected);
   for (Stmt* s : dbc->stmts) delete s;
   dbc->stmts.clear();
   Error e = dbc->db->Close();
   dbc->db.reset();
   if (!e.ok()) {
-    return PostWarning(dbc, "01002",
+    return PostWarning(dbc, State::kDisconnectError,
                        "Disconnected, but the journal could not be folded into the "
                        "workbook (the next connection will): " +
                            e.message());
@@ -105,14 +107,15 @@ SQLRETURN SQL_API SQLSetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER 
       return SQL_SUCCESS;
     case SQL_ATTR_ACCESS_MODE:
       if (dbc->db && (v == SQL_MODE_READ_ONLY) != dbc->db->readOnly()) {
-        return PostError(dbc, "HY011", "The access mode is fixed once connected (READONLY).");
+        return PostError(dbc, State::kCannotSetNow,
+                         "The access mode is fixed once connected (READONLY).");
       }
       dbc->readOnlyAttr = v == SQL_MODE_READ_ONLY;
       return SQL_SUCCESS;
     case SQL_ATTR_TXN_ISOLATION:
-      return PostError(dbc, "HYC00", "Transactions are not supported.");
+      return PostError(dbc, State::kNotImplemented, "Transactions are not supported.");
     case SQL_ATTR_CURRENT_CATALOG:
-      return PostError(dbc, "HYC00", "The workbook is fixed by DBQ.");
+      return PostError(dbc, State::kNotImplemented, "The workbook is fixed by DBQ.");
     default:
       dbc->attrs[attr] = v;
       return SQL_SUCCESS;
@@ -142,7 +145,7 @@ SQLRETURN SQL_API SQLGetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER 
     case SQL_ATTR_CURRENT_CATALOG: {
       std::string path = dbc->db ? dbc->db->path() : std::string();
       if (CopyOut(path, value, bufferLength, length)) {
-        return PostWarning(dbc, "01004", "String data, right truncated.");
+        return PostWarning(dbc, State::kStringTruncated);
       }
       return SQL_SUCCESS;
     }
@@ -167,7 +170,7 @@ SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT com
   bool changed = dbc->changedSinceEndTran;
   dbc->changedSinceEndTran = false;
   if (completion == SQL_ROLLBACK && changed) {
-    return PostWarning(dbc, "01000",
+    return PostWarning(dbc, State::kGeneralWarning,
                        "Changes are saved as each statement runs; "
                        "ROLLBACK did not undo them.");
   }
@@ -180,7 +183,7 @@ SQLRETURN SQL_API SQLNativeSql(SQLHDBC handle, SQLCHAR* in, SQLINTEGER inLength,
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
   if (CopyOut(InText(in, inLength), out, outMax, outLength)) {
-    return PostWarning(dbc, "01004", "String data, right truncated.");
+    return PostWarning(dbc, State::kStringTruncated);
   }
   return SQL_SUCCESS;
 }

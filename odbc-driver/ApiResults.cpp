@@ -37,7 +37,8 @@ SQLRETURN FillBound(Stmt* stmt) {
 
 SQLRETURN Fetch(Stmt* stmt) {
   if (!stmt->result)
-    return PostError(stmt, "24000", "No result set: the statement returned no rows.");
+    return PostError(stmt, State::kInvalidCursorState,
+                     "No result set: the statement returned no rows.");
   stmt->dataColumn = -1;
   stmt->dataOffset = 0;
   long limit = stmt->result->rowCount();
@@ -68,9 +69,10 @@ bool WidenAscii(std::string_view text, SQLWCHAR* out) {
 
 [[gnu::noinline]] SQLRETURN NoSuchCell(Stmt* stmt, SQLUSMALLINT number) {
   if (stmt->row < 0 || stmt->row >= stmt->resultRows) {
-    return PostError(stmt, "24000", "No current row: call SQLFetch first.");
+    return PostError(stmt, State::kInvalidCursorState, "No current row: call SQLFetch first.");
   }
-  return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  return PostError(stmt, State::kInvalidDescriptorIndex,
+                   "No column " + std::to_string(number) + ".");
 }
 
 // The general conversion, out of line: kept apart, SQLGetData's common path needs fewer
@@ -102,13 +104,15 @@ SQLRETURN SQL_API SQLDescribeCol(SQLHSTMT handle, SQLUSMALLINT number, SQLCHAR* 
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
   const ColumnInfo* c = Column(stmt, number);
-  if (!c) return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  if (!c)
+    return PostError(stmt, State::kInvalidDescriptorIndex,
+                     "No column " + std::to_string(number) + ".");
   if (type) *type = c->sqlType;
   if (size) *size = static_cast<SQLULEN>(c->size);
   if (digits) *digits = 0;
   if (nullable) *nullable = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS;
   if (CopyOut(c->name, name, nameMax, nameLength)) {
-    return PostWarning(stmt, "01004", "String data, right truncated.");
+    return PostWarning(stmt, State::kStringTruncated);
   }
   return SQL_SUCCESS;
 }
@@ -124,7 +128,9 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
     return SQL_SUCCESS;
   }
   const ColumnInfo* c = Column(stmt, number);
-  if (!c) return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  if (!c)
+    return PostError(stmt, State::kInvalidDescriptorIndex,
+                     "No column " + std::to_string(number) + ".");
   std::string s;
   bool isText = true;
   SQLLEN n = 0;
@@ -197,7 +203,7 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
     return SQL_SUCCESS;
   }
   if (CopyOut(s, static_cast<SQLCHAR*>(text), textMax, textLength)) {
-    return PostWarning(stmt, "01004", "String data, right truncated.");
+    return PostWarning(stmt, State::kStringTruncated);
   }
   return SQL_SUCCESS;
 }
@@ -207,7 +213,8 @@ SQLRETURN SQL_API SQLBindCol(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT c
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (number < 1) return PostError(stmt, "07009", "Bookmarks are not supported.");
+  if (number < 1)
+    return PostError(stmt, State::kInvalidDescriptorIndex, "Bookmarks are not supported.");
   if (!buffer && !indicator) {
     stmt->columns.erase(number);
   } else {
@@ -228,7 +235,8 @@ SQLRETURN SQL_API SQLFetchScroll(SQLHSTMT handle, SQLSMALLINT orientation, SQLLE
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
   if (orientation != SQL_FETCH_NEXT) {
-    return PostError(stmt, "HY106", "Cursors are forward-only: only SQL_FETCH_NEXT.");
+    return PostError(stmt, State::kFetchTypeOutOfRange,
+                     "Cursors are forward-only: only SQL_FETCH_NEXT.");
   }
   return Fetch(stmt);
 }

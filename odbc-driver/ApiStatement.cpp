@@ -25,7 +25,8 @@ SQLRETURN Run(Stmt* stmt) {
   for (int i = 1; i <= stmt->parsed.parameterCount; ++i) {
     auto it = stmt->params.find(static_cast<SQLUSMALLINT>(i));
     if (it == stmt->params.end()) {
-      return PostError(stmt, "07002", "Parameter " + std::to_string(i) + " has no bound value.");
+      return PostError(stmt, State::kWrongParameterCount,
+                       "Parameter " + std::to_string(i) + " has no bound value.");
     }
     Value v;
     const ParamBinding& b = it->second;
@@ -50,7 +51,7 @@ SQLRETURN SQL_API SQLPrepare(SQLHSTMT handle, SQLCHAR* text, SQLINTEGER length) 
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!text) return PostError(stmt, "HY009", "No statement text.");
+  if (!text) return PostError(stmt, State::kInvalidNullPointer, "No statement text.");
   return Prepare(stmt, InText(text, length));
 }
 
@@ -58,7 +59,7 @@ SQLRETURN SQL_API SQLExecute(SQLHSTMT handle) {
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!stmt->prepared) return PostError(stmt, "HY010", "No statement was prepared.");
+  if (!stmt->prepared) return PostError(stmt, State::kSequenceError, "No statement was prepared.");
   return Run(stmt);
 }
 
@@ -66,7 +67,7 @@ SQLRETURN SQL_API SQLExecDirect(SQLHSTMT handle, SQLCHAR* text, SQLINTEGER lengt
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!text) return PostError(stmt, "HY009", "No statement text.");
+  if (!text) return PostError(stmt, State::kInvalidNullPointer, "No statement text.");
   SQLRETURN ret = Prepare(stmt, InText(text, length));
   return ret == SQL_SUCCESS ? Run(stmt) : ret;
 }
@@ -85,7 +86,8 @@ SQLRETURN SQL_API SQLDescribeParam(SQLHSTMT handle, SQLUSMALLINT number, SQLSMAL
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
   if (!stmt->prepared || number < 1 || number > stmt->parsed.parameterCount) {
-    return PostError(stmt, "07009", "No parameter " + std::to_string(number) + ".");
+    return PostError(stmt, State::kInvalidDescriptorIndex,
+                     "No parameter " + std::to_string(number) + ".");
   }
   if (type) *type = SQL_VARCHAR;
   if (size) *size = 255;
@@ -100,8 +102,10 @@ SQLRETURN SQL_API SQLBindParameter(SQLHSTMT handle, SQLUSMALLINT number, SQLSMAL
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (number < 1) return PostError(stmt, "07009", "Parameters are numbered from 1.");
-  if (ioType != SQL_PARAM_INPUT) return PostError(stmt, "HYC00", "Only input parameters.");
+  if (number < 1)
+    return PostError(stmt, State::kInvalidDescriptorIndex, "Parameters are numbered from 1.");
+  if (ioType != SQL_PARAM_INPUT)
+    return PostError(stmt, State::kNotImplemented, "Only input parameters.");
   stmt->params[number] = ParamBinding{cType, sqlType, buffer, bufferLength, indicator};
   return SQL_SUCCESS;
 }
@@ -133,7 +137,7 @@ SQLRETURN SQL_API SQLCloseCursor(SQLHSTMT handle) {
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!stmt->result) return PostError(stmt, "24000", "No cursor is open.");
+  if (!stmt->result) return PostError(stmt, State::kInvalidCursorState, "No cursor is open.");
   stmt->CloseCursor();
   return SQL_SUCCESS;
 }
@@ -155,21 +159,25 @@ SQLRETURN SQL_API SQLSetStmtAttr(SQLHSTMT handle, SQLINTEGER attr, SQLPOINTER va
       return SQL_SUCCESS;
     case SQL_ATTR_ROW_ARRAY_SIZE:
     case SQL_ATTR_PARAMSET_SIZE:
-      if (v != 1) return PostWarning(stmt, "01S02", "Only one row at a time; value changed to 1.");
+      if (v != 1)
+        return PostWarning(stmt, State::kOptionValueChanged,
+                           "Only one row at a time; value changed to 1.");
       return SQL_SUCCESS;
     case SQL_ATTR_CURSOR_TYPE:
       if (v != SQL_CURSOR_FORWARD_ONLY) {
-        return PostWarning(stmt, "01S02", "Cursors are forward-only; value changed.");
+        return PostWarning(stmt, State::kOptionValueChanged,
+                           "Cursors are forward-only; value changed.");
       }
       return SQL_SUCCESS;
     case SQL_ATTR_CONCURRENCY:
       if (v != SQL_CONCUR_READ_ONLY) {
-        return PostWarning(stmt, "01S02", "Cursors are read-only; value changed.");
+        return PostWarning(stmt, State::kOptionValueChanged,
+                           "Cursors are read-only; value changed.");
       }
       return SQL_SUCCESS;
     case SQL_ATTR_APP_ROW_DESC:
     case SQL_ATTR_APP_PARAM_DESC:
-      return PostError(stmt, "HYC00", "Explicit descriptors are not supported.");
+      return PostError(stmt, State::kNotImplemented, "Explicit descriptors are not supported.");
     default:
       stmt->attrs[attr] = v;
       return SQL_SUCCESS;

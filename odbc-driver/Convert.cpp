@@ -11,8 +11,12 @@ namespace xlsodbc {
 
 namespace {
 
-ConvertResult Fail(const char* state, std::string message) {
+ConvertResult Fail(State state, std::string message) {
   return ConvertResult{SQL_ERROR, state, std::move(message)};
+}
+
+ConvertResult Warn(State state) {
+  return ConvertResult{SQL_SUCCESS_WITH_INFO, state, InfoOf(state).message};
 }
 
 bool ParseNumber(const std::string& s, double* d) {
@@ -32,25 +36,27 @@ ConvertResult PutInteger(const std::string& text, SQLPOINTER buffer, SQLLEN* ind
     if (text == "TRUE" || text == "FALSE") {
       d = text == "TRUE";
     } else {
-      return Fail("22018", "'" + text + "' is not a number.");
+      return Fail(State::kInvalidCharacterValue, "'" + text + "' is not a number.");
     }
   }
   double t = std::trunc(d);
   if (!std::isfinite(t) || t < static_cast<double>(std::numeric_limits<T>::min()) ||
       t > static_cast<double>(std::numeric_limits<T>::max())) {
-    return Fail("22003", "'" + text + "' is out of range for the requested type.");
+    return Fail(State::kNumericOutOfRange,
+                "'" + text + "' is out of range for the requested type.");
   }
   T v = static_cast<T>(t);
   if (buffer) std::memcpy(buffer, &v, sizeof v);
   if (indicator) *indicator = sizeof v;
-  if (t != d) return ConvertResult{SQL_SUCCESS_WITH_INFO, "01S07", "Fractional part dropped."};
+  if (t != d) return Warn(State::kFractionalTruncation);
   return ConvertResult{};
 }
 
 template <typename T>
 ConvertResult PutFloat(const std::string& text, SQLPOINTER buffer, SQLLEN* indicator) {
   double d;
-  if (!ParseNumber(text, &d)) return Fail("22018", "'" + text + "' is not a number.");
+  if (!ParseNumber(text, &d))
+    return Fail(State::kInvalidCharacterValue, "'" + text + "' is not a number.");
   T v = static_cast<T>(d);
   if (buffer) std::memcpy(buffer, &v, sizeof v);
   if (indicator) *indicator = sizeof v;
@@ -77,7 +83,7 @@ bool ParseTimestamp(const std::string& s, SQL_TIMESTAMP_STRUCT* ts) {
 // Delivers bytes[*offset...] into buffer, leaving room for a terminator of term bytes.
 ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, SQLPOINTER buffer,
                         SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset) {
-  if (*offset > 0 && *offset >= size) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+  if (*offset > 0 && *offset >= size) return ConvertResult{SQL_NO_DATA, State::kGeneralError, {}};
   std::size_t rest = size - *offset;
   if (indicator) *indicator = static_cast<SQLLEN>(rest);
   if (!buffer || bufferLength < 0 || static_cast<std::size_t>(bufferLength) < term) {
@@ -85,7 +91,7 @@ ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, S
       *offset = 1;  // an empty value is delivered once
       return ConvertResult{};
     }
-    return ConvertResult{SQL_SUCCESS_WITH_INFO, "01004", "String data, right truncated."};
+    return Warn(State::kStringTruncated);
   }
   std::size_t room = static_cast<std::size_t>(bufferLength) - term;
   room -= room % (term == 0 ? 1 : term);
@@ -93,8 +99,7 @@ ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, S
   std::memcpy(buffer, bytes + *offset, n);
   std::memset(static_cast<char*>(buffer) + n, 0, term);
   *offset += n;
-  if (n < rest)
-    return ConvertResult{SQL_SUCCESS_WITH_INFO, "01004", "String data, right truncated."};
+  if (n < rest) return Warn(State::kStringTruncated);
   if (size == 0) *offset = 1;
   return ConvertResult{};
 }
@@ -184,9 +189,10 @@ ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER
 ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPOINTER buffer,
                           SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset) {
   if (!text) {
-    if (*offset > 0) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+    if (*offset > 0) return ConvertResult{SQL_NO_DATA, State::kGeneralError, {}};
     *offset = 1;
-    if (!indicator) return Fail("22002", "NULL value but no indicator variable given.");
+    if (!indicator)
+      return Fail(State::kNullWithoutIndicator, InfoOf(State::kNullWithoutIndicator).message);
     *indicator = SQL_NULL_DATA;
     return ConvertResult{};
   }
@@ -204,7 +210,7 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
     default:
       break;
   }
-  if (*offset > 0) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+  if (*offset > 0) return ConvertResult{SQL_NO_DATA, State::kGeneralError, {}};
   *offset = 1;
   const std::string whole(*text);
   switch (cType) {
@@ -237,7 +243,8 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
     case SQL_C_TYPE_DATE:
     case SQL_C_DATE: {
       SQL_TIMESTAMP_STRUCT ts;
-      if (!ParseTimestamp(whole, &ts)) return Fail("22018", "'" + whole + "' is not a date.");
+      if (!ParseTimestamp(whole, &ts))
+        return Fail(State::kInvalidCharacterValue, "'" + whole + "' is not a date.");
       if (cType == SQL_C_TYPE_DATE || cType == SQL_C_DATE) {
         SQL_DATE_STRUCT d{ts.year, ts.month, ts.day};
         if (buffer) std::memcpy(buffer, &d, sizeof d);
@@ -249,7 +256,7 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
       return ConvertResult{};
     }
     default:
-      return Fail("HY003", "C type " + std::to_string(cType) + " is not supported.");
+      return Fail(State::kInvalidCType, "C type " + std::to_string(cType) + " is not supported.");
   }
 }
 
@@ -315,7 +322,8 @@ ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN buffer
     case SQL_C_FLOAT:
       return number(*static_cast<SQLREAL*>(buffer));
     default:
-      return Fail("HYC00", "Parameters of C type " + std::to_string(cType) + " are not supported.");
+      return Fail(State::kNotImplemented,
+                  "Parameters of C type " + std::to_string(cType) + " are not supported.");
   }
 }
 

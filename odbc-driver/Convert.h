@@ -8,13 +8,14 @@
 #include <string>
 #include <string_view>
 
+#include "odbc-driver/Error.h"
 #include "odbc-driver/Sql.h"
 
 namespace xlsodbc {
 
 struct ConvertResult {
   SQLRETURN ret = SQL_SUCCESS;
-  const char* state = nullptr;  // with SQL_ERROR or SQL_SUCCESS_WITH_INFO
+  State state = State::kGeneralError;  // with SQL_ERROR or SQL_SUCCESS_WITH_INFO
   std::string message;
 };
 
