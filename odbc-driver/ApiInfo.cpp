@@ -224,8 +224,6 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_OJ_CAPABILITIES:
     case SQL_SCHEMA_USAGE:
     case SQL_CATALOG_USAGE:
-    case SQL_PARAM_ARRAY_ROW_COUNTS:
-    case SQL_PARAM_ARRAY_SELECTS:
     case SQL_MAX_INDEX_SIZE:
     case SQL_MAX_ROW_SIZE:
     case SQL_MAX_STATEMENT_LEN:
@@ -242,6 +240,10 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_STATIC_CURSOR_ATTRIBUTES1:
     case SQL_STATIC_CURSOR_ATTRIBUTES2:
       return u32(0);
+    case SQL_PARAM_ARRAY_ROW_COUNTS:
+      return u32(SQL_PARC_NO_BATCH);  // SQLRowCount adds up the sets
+    case SQL_PARAM_ARRAY_SELECTS:
+      return u32(SQL_PAS_NO_SELECT);
     case SQL_FORWARD_ONLY_CURSOR_ATTRIBUTES1:
       return u32(SQL_CA1_NEXT);
     case SQL_FORWARD_ONLY_CURSOR_ATTRIBUTES2:

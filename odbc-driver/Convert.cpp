@@ -260,13 +260,78 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
   }
 }
 
+std::size_t FixedSizeOf(SQLSMALLINT cType) {
+  switch (cType) {
+    case SQL_C_LONG:
+    case SQL_C_SLONG:
+    case SQL_C_ULONG:
+      return sizeof(SQLINTEGER);
+    case SQL_C_SHORT:
+    case SQL_C_SSHORT:
+    case SQL_C_USHORT:
+      return sizeof(SQLSMALLINT);
+    case SQL_C_TINYINT:
+    case SQL_C_STINYINT:
+    case SQL_C_UTINYINT:
+    case SQL_C_BIT:
+      return 1;
+    case SQL_C_SBIGINT:
+    case SQL_C_UBIGINT:
+      return sizeof(SQLBIGINT);
+    case SQL_C_DOUBLE:
+      return sizeof(SQLDOUBLE);
+    case SQL_C_FLOAT:
+      return sizeof(SQLREAL);
+    case SQL_C_TYPE_TIMESTAMP:
+    case SQL_C_TIMESTAMP:
+      return sizeof(SQL_TIMESTAMP_STRUCT);
+    case SQL_C_TYPE_DATE:
+    case SQL_C_DATE:
+      return sizeof(SQL_DATE_STRUCT);
+    case SQL_C_TYPE_TIME:
+    case SQL_C_TIME:
+      return sizeof(SQL_TIME_STRUCT);
+    default:
+      return 0;
+  }
+}
+
+namespace {
+
+// A row-wise array may put a value at any address: read it bytewise.
+template <typename T>
+T Load(const void* p) {
+  T v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+
+ConvertResult DateText(const char* format, Value* out, int a, int b, int c, int d = 0, int e = 0,
+                       int f = 0) {
+  char buf[48];
+  std::snprintf(buf, sizeof buf, format, a, b, c, d, e, f);
+  out->kind = Value::Kind::kText;
+  out->text = buf;
+  return ConvertResult{};
+}
+
+}  // namespace
+
 ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN bufferLength,
                              SQLLEN* indicator, Value* out) {
-  if ((indicator && *indicator == SQL_NULL_DATA) || !buffer) {
+  SQLLEN len = indicator ? Load<SQLLEN>(indicator) : SQL_NTS;
+  if (len == SQL_NULL_DATA || !buffer) {
     out->kind = Value::Kind::kNull;
     return ConvertResult{};
   }
-  SQLLEN len = indicator ? *indicator : SQL_NTS;
+  if (len == SQL_DATA_AT_EXEC || len <= SQL_LEN_DATA_AT_EXEC_OFFSET) {
+    return Fail(State::kNotImplemented,
+                "Data at execution (SQL_DATA_AT_EXEC) is not supported: bind the value itself.");
+  }
+  if (len < 0 && len != SQL_NTS) {
+    return Fail(State::kInvalidLength,
+                "Parameter length " + std::to_string(len) + " is not valid.");
+  }
   auto number = [&](double d) {
     out->kind = Value::Kind::kNumber;
     out->number = d;
@@ -277,50 +342,71 @@ ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN buffer
     case SQL_C_DEFAULT:
     case SQL_C_BINARY: {
       const char* p = static_cast<const char*>(buffer);
-      std::size_t n =
-          len == SQL_NTS ? std::strlen(p) : static_cast<std::size_t>(std::max<SQLLEN>(len, 0));
-      if (len == SQL_NTS && bufferLength > 0)
-        n = std::min(n, static_cast<std::size_t>(bufferLength));
+      // A NUL-terminated value ends within its buffer when the buffer's size is known.
+      std::size_t n = len != SQL_NTS     ? static_cast<std::size_t>(len)
+                      : bufferLength > 0 ? strnlen(p, static_cast<std::size_t>(bufferLength))
+                                         : std::strlen(p);
       out->kind = Value::Kind::kText;
       out->text.assign(p, n);
       return ConvertResult{};
     }
     case SQL_C_WCHAR: {
-      const SQLWCHAR* p = static_cast<const SQLWCHAR*>(buffer);
       std::size_t n = 0;
-      if (len == SQL_NTS) {
-        while (p[n] != 0) ++n;
+      if (len != SQL_NTS) {
+        n = static_cast<std::size_t>(len) / sizeof(SQLWCHAR);
       } else {
-        n = static_cast<std::size_t>(std::max<SQLLEN>(len, 0)) / sizeof(SQLWCHAR);
+        auto limit =
+            bufferLength > 0 ? static_cast<std::size_t>(bufferLength) / sizeof(SQLWCHAR) : SIZE_MAX;
+        const char* p = static_cast<const char*>(buffer);
+        while (n < limit && Load<SQLWCHAR>(p + n * sizeof(SQLWCHAR)) != 0) ++n;
       }
+      std::u16string units(n, u'\0');
+      std::memcpy(units.data(), buffer, n * sizeof(SQLWCHAR));
       out->kind = Value::Kind::kText;
-      out->text = Utf16ToUtf8(p, n);
+      out->text = Utf16ToUtf8(reinterpret_cast<const SQLWCHAR*>(units.data()), n);
       return ConvertResult{};
     }
     case SQL_C_LONG:
     case SQL_C_SLONG:
-      return number(*static_cast<SQLINTEGER*>(buffer));
+      return number(Load<SQLINTEGER>(buffer));
     case SQL_C_ULONG:
-      return number(*static_cast<SQLUINTEGER*>(buffer));
+      return number(Load<SQLUINTEGER>(buffer));
     case SQL_C_SHORT:
     case SQL_C_SSHORT:
-      return number(*static_cast<SQLSMALLINT*>(buffer));
+      return number(Load<SQLSMALLINT>(buffer));
     case SQL_C_USHORT:
-      return number(*static_cast<SQLUSMALLINT*>(buffer));
+      return number(Load<SQLUSMALLINT>(buffer));
     case SQL_C_TINYINT:
     case SQL_C_STINYINT:
-      return number(*static_cast<SQLSCHAR*>(buffer));
+      return number(Load<SQLSCHAR>(buffer));
     case SQL_C_UTINYINT:
     case SQL_C_BIT:
-      return number(*static_cast<SQLCHAR*>(buffer));
+      return number(Load<SQLCHAR>(buffer));
     case SQL_C_SBIGINT:
-      return number(static_cast<double>(*static_cast<SQLBIGINT*>(buffer)));
+      return number(static_cast<double>(Load<SQLBIGINT>(buffer)));
     case SQL_C_UBIGINT:
-      return number(static_cast<double>(*static_cast<SQLUBIGINT*>(buffer)));
+      return number(static_cast<double>(Load<SQLUBIGINT>(buffer)));
     case SQL_C_DOUBLE:
-      return number(*static_cast<SQLDOUBLE*>(buffer));
+      return number(Load<SQLDOUBLE>(buffer));
     case SQL_C_FLOAT:
-      return number(*static_cast<SQLREAL*>(buffer));
+      return number(Load<SQLREAL>(buffer));
+    // Dates and times go in as the text cells read back as.
+    case SQL_C_TYPE_TIMESTAMP:
+    case SQL_C_TIMESTAMP: {
+      auto t = Load<SQL_TIMESTAMP_STRUCT>(buffer);
+      return DateText("%04d-%02d-%02d %02d:%02d:%02d", out, t.year, t.month, t.day, t.hour,
+                      t.minute, t.second);
+    }
+    case SQL_C_TYPE_DATE:
+    case SQL_C_DATE: {
+      auto d = Load<SQL_DATE_STRUCT>(buffer);
+      return DateText("%04d-%02d-%02d", out, d.year, d.month, d.day);
+    }
+    case SQL_C_TYPE_TIME:
+    case SQL_C_TIME: {
+      auto t = Load<SQL_TIME_STRUCT>(buffer);
+      return DateText("%02d:%02d:%02d", out, t.hour, t.minute, t.second);
+    }
     default:
       return Fail(State::kNotImplemented,
                   "Parameters of C type " + std::to_string(cType) + " are not supported.");
