@@ -56,7 +56,7 @@ struct Dbc : Handle {
   bool autocommit = true;
   bool readOnlyAttr = false;
   bool changedSinceEndTran = false;
-  std::map<SQLINTEGER, SQLULEN> attrs;  // accepted attributes the driver does not act on
+  SQLPOINTER quietMode = nullptr;  // a window for dialogs: the driver never shows one
   std::vector<Stmt*> stmts;
 };
 

@@ -203,6 +203,19 @@ TEST_F(BindingTest, AttributeValuesAreHonouredOrRefused) {
     EXPECT_EQ(got, k.readBack) << k.attr;
   }
   EXPECT_EQ(Last(SQLSetStmtAttr(st, 4242, Value(1), 0)).state, "HY092");
+  struct {
+    SQLINTEGER attr;
+    SQLULEN value;
+    const char* state;
+  } connection[] = {
+      {SQL_ATTR_LOGIN_TIMEOUT, 5, "01S02"},
+      {SQL_ATTR_METADATA_ID, SQL_TRUE, "HYC00"},
+      {4242, 1, "HY092"},
+  };
+  for (const auto& k : connection) {
+    SQLRETURN ret = SQLSetConnectAttr(c.dbc(), k.attr, Value(k.value), 0);
+    EXPECT_EQ(DiagOf(SQL_HANDLE_DBC, c.dbc(), ret).state, k.state) << k.attr;
+  }
   // A SELECT runs with one parameter set.
   SQLSetStmtAttr(st, SQL_ATTR_PARAMSET_SIZE, Value(2), 0);
   char v[] = "x";
