@@ -35,9 +35,12 @@ SQLRETURN FillBound(Stmt* stmt, SQLULEN i) {
     void* data = ElementAddress(b.buffer, stmt->rowBindType, size, stmt->rowBindOffset, i);
     auto* ind = static_cast<SQLLEN*>(
         ElementAddress(b.indicator, stmt->rowBindType, sizeof(SQLLEN), stmt->rowBindOffset, i));
+    // A row-wise array may put the indicator at any address: it is written bytewise.
+    SQLLEN length = 0;
     std::size_t offset = 0;
-    ConvertResult r =
-        ConvertView(present ? &text : nullptr, b.cType, data, b.bufferLength, ind, &offset);
+    ConvertResult r = ConvertView(present ? &text : nullptr, b.cType, data, b.bufferLength,
+                                  ind ? &length : nullptr, &offset);
+    if (ind && r.ret != SQL_ERROR) std::memcpy(ind, &length, sizeof length);
     if (r.ret == SQL_ERROR) {
       std::string where = stmt->rowArraySize > 1
                               ? "Row " + std::to_string(i + 1) + " of the rowset, column " +
