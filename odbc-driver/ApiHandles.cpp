@@ -104,9 +104,15 @@ SQLRETURN SQL_API SQLSetEnvAttr(SQLHENV handle, SQLINTEGER attr, SQLPOINTER valu
       return v == SQL_TRUE
                  ? SQL_SUCCESS
                  : PostError(env, State::kNotImplemented, "Only NUL-terminated output strings.");
+    // Pooling is the driver manager's; the driver itself keeps no pool.
     case SQL_ATTR_CONNECTION_POOLING:
+      if (static_cast<SQLUINTEGER>(v) == SQL_CP_OFF) return SQL_SUCCESS;
+      return PostWarning(env, State::kOptionValueChanged,
+                         "The driver keeps no connection pool; value changed to SQL_CP_OFF.");
     case SQL_ATTR_CP_MATCH:
-      return SQL_SUCCESS;
+      if (static_cast<SQLUINTEGER>(v) == SQL_CP_STRICT_MATCH) return SQL_SUCCESS;
+      return PostWarning(env, State::kOptionValueChanged,
+                         "The driver keeps no connection pool; value changed.");
     default:
       return PostError(env, State::kInvalidOption,
                        "Unknown environment attribute " + std::to_string(attr) + ".");

@@ -1,6 +1,7 @@
 // Arrays of parameters and block fetches as C clients bind them, through the driver
 // manager: row-wise and column-wise, at an offset from the bound addresses, with status
 // arrays; and the attribute values the driver refuses rather than ignores.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -228,6 +229,31 @@ TEST_F(BindingTest, AttributeValuesAreHonouredOrRefused) {
                 .state,
             "HY009");
   EXPECT_EQ(Last(SQLBindCol(st, 1, SQL_C_CHAR, v, -1, nullptr)).state, "HY090");
+}
+
+// The driver manager keeps environment attributes to itself; the driver's own answers are
+// reached by loading it directly. Pooling is the manager's: the driver says it has none.
+TEST(DriverEnvironmentTest, PoolingValuesAreReplacedNotStored) {
+  void* lib = dlopen(XLSODBC_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(lib, nullptr) << dlerror();
+  using AllocFn = SQLRETURN (*)(SQLSMALLINT, SQLHANDLE, SQLHANDLE*);
+  using FreeFn = SQLRETURN (*)(SQLSMALLINT, SQLHANDLE);
+  using SetFn = SQLRETURN (*)(SQLHENV, SQLINTEGER, SQLPOINTER, SQLINTEGER);
+  using GetFn = SQLRETURN (*)(SQLHENV, SQLINTEGER, SQLPOINTER, SQLINTEGER, SQLINTEGER*);
+  auto alloc = reinterpret_cast<AllocFn>(dlsym(lib, "SQLAllocHandle"));
+  auto release = reinterpret_cast<FreeFn>(dlsym(lib, "SQLFreeHandle"));
+  auto set = reinterpret_cast<SetFn>(dlsym(lib, "SQLSetEnvAttr"));
+  auto get = reinterpret_cast<GetFn>(dlsym(lib, "SQLGetEnvAttr"));
+  ASSERT_TRUE(alloc && release && set && get);
+  SQLHANDLE env = nullptr;
+  ASSERT_EQ(alloc(SQL_HANDLE_ENV, nullptr, &env), SQL_SUCCESS);
+  EXPECT_EQ(set(env, SQL_ATTR_CONNECTION_POOLING, Value(SQL_CP_ONE_PER_HENV), 0),
+            SQL_SUCCESS_WITH_INFO);
+  SQLUINTEGER pooling = 99;
+  EXPECT_EQ(get(env, SQL_ATTR_CONNECTION_POOLING, &pooling, 0, nullptr), SQL_SUCCESS);
+  EXPECT_EQ(pooling, SQL_CP_OFF);
+  release(SQL_HANDLE_ENV, env);
+  dlclose(lib);
 }
 
 }  // namespace
