@@ -27,16 +27,18 @@ try:
     cur = cn.cursor()
     cur.execute("CREATE TABLE [T] ([name] char(255), [n] char(255), [x] char(255), [d] char(255))")
     # Text of every length up to the column size pyodbc is told (255), non-ASCII included,
-    # integers, floats, NULLs and dates, in one batch of a few thousand rows.
+    # integers, floats and dates: one array of a few thousand parameter sets. Then rows with
+    # NULLs, where pyodbc starts a new array each time a column's C type changes.
     rows = [("r%d-é€%s" % (i, "x" * (i % 240)), i * 7 - 5000, i / 8.0,
-             None if i % 5 == 0 else datetime.datetime(2024, 1 + i % 12, 1 + i % 28, i % 24, 0, 1))
-            for i in range(3000)]
+             datetime.datetime(2024, 1 + i % 12, 1 + i % 28, i % 24, 0, 1)) for i in range(3000)]
+    rows += [("n%d" % i if i % 3 else None, i, None if i % 4 == 0 else 0.5, None) for i in range(200)]
     cur.fast_executemany = True
-    cur.executemany("INSERT INTO [T] VALUES (?, ?, ?, ?)", rows)
+    cur.executemany("INSERT INTO [T] VALUES (?, ?, ?, ?)", rows[:3000])
+    cur.executemany("INSERT INTO [T] VALUES (?, ?, ?, ?)", rows[3000:])
 
     def expected(r):
-        return (r[0], "%d" % r[1], "%g" % r[2] if r[2] != int(r[2]) else "%d" % r[2],
-                None if r[3] is None else r[3].strftime("%Y-%m-%d %H:%M:%S"))
+        x = None if r[2] is None else "%g" % r[2] if r[2] != int(r[2]) else "%d" % r[2]
+        return (r[0], "%d" % r[1], x, None if r[3] is None else r[3].strftime("%Y-%m-%d %H:%M:%S"))
 
     got = [tuple(r) for r in cur.execute("SELECT * FROM [T]")]
     want = [expected(r) for r in rows]
@@ -55,7 +57,7 @@ try:
     import xlrd
     sh = xlrd.open_workbook(book).sheet_by_name("T")
     assert sh.nrows == len(rows) + 1, sh.nrows
-    assert sh.row_values(1)[0] == rows[0][0] and sh.row_values(len(rows))[0] == rows[-1][0]
+    assert sh.row_values(1)[0] == rows[0][0] and sh.row_values(3000)[0] == rows[2999][0]
     print("PASS")
 finally:
     shutil.rmtree(work)
