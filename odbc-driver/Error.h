@@ -1,6 +1,8 @@
 // Error: what went wrong inside the driver's engine, as a kind and a message of our own.
-// The kind decides the SQLSTATE (one table, in Diagnostics.cpp); the message is what the
-// application shows, so it names the table, column or position that was wrong.
+// The kind decides the SQLSTATE (Diagnostics.cpp maps each kind to a State, whose code is in
+// the table below); the message is what the application shows, so it names the table,
+// column or position that was wrong. State also names the SQLSTATEs the entry points and
+// conversions report themselves.
 #pragma once
 
 #include <cstddef>
