@@ -79,7 +79,9 @@ SQLRETURN RunArray(Stmt* stmt) {
   auto status = [&](SQLULEN i, SQLUSMALLINT s) {
     if (stmt->paramStatus) stmt->paramStatus[i] = s;
   };
-  for (SQLULEN i = 0; i < n; ++i) status(i, SQL_PARAM_UNUSED);
+  if (stmt->paramStatus) {
+    for (SQLULEN i = 0; i < n; ++i) stmt->paramStatus[i] = SQL_PARAM_UNUSED;
+  }
   if (stmt->paramsProcessed) *stmt->paramsProcessed = 0;
   if (!stmt->parsed.changesData()) {
     return PostError(stmt, State::kNotImplemented,
