@@ -12,7 +12,7 @@ namespace {
 // Connects with the keys of a connection string; keys it lacks are looked up in the DSN's
 // odbc.ini section when a DSN is named.
 SQLRETURN Connect(Dbc* dbc, const std::map<std::string, std::string>& keys) {
-  if (dbc->db) return PostError(dbc, "08002", "Already connected.");
+  if (dbc->db) return PostError(dbc, State::kConnectionInUse);
   std::string dsn;
   if (auto it = keys.find("DSN"); it != keys.end()) dsn = it->second;
   dbc->dsn = dsn;
@@ -37,6 +37,101 @@ SQLRETURN Connect(Dbc* dbc, const std::map<std::string, std::string>& keys) {
   return SQL_SUCCESS;
 }
 
+// Connection attributes, as for statements (ApiStatement.cpp): each value is acted on,
+// refused with HYC00, or replaced with 01S02 where ODBC allows; unknown ones are HY092.
+SQLRETURN SetConnectAttr(Dbc* dbc, SQLINTEGER attr, SQLPOINTER value) {
+  auto v = static_cast<SQLULEN>(reinterpret_cast<SQLLEN>(value));
+  switch (attr) {
+    case SQL_ATTR_AUTOCOMMIT:
+      // Every statement is durable when it returns either way (see SQLEndTran).
+      dbc->autocommit = v != SQL_AUTOCOMMIT_OFF;
+      return SQL_SUCCESS;
+    case SQL_ATTR_ACCESS_MODE:
+      if (dbc->db && (v == SQL_MODE_READ_ONLY) != dbc->db->readOnly()) {
+        return PostError(dbc, State::kCannotSetNow,
+                         "The access mode is fixed once connected (READONLY).");
+      }
+      dbc->readOnlyAttr = v == SQL_MODE_READ_ONLY;
+      return SQL_SUCCESS;
+    case SQL_ATTR_TXN_ISOLATION:
+      return PostError(dbc, State::kNotImplemented, "Transactions are not supported.");
+    case SQL_ATTR_CURRENT_CATALOG:
+      return PostError(dbc, State::kNotImplemented, "The workbook is fixed by DBQ.");
+    case SQL_ATTR_LOGIN_TIMEOUT:
+    case SQL_ATTR_CONNECTION_TIMEOUT:
+      if (v != 0) {
+        return PostWarning(
+            dbc, State::kOptionValueChanged,
+            "A connection waits for a workbook in use for 30 s; value changed to 0.");
+      }
+      return SQL_SUCCESS;
+    case SQL_ATTR_QUIET_MODE:
+      dbc->quietMode = value;
+      return SQL_SUCCESS;
+    case SQL_ATTR_ASYNC_ENABLE:
+      if (v == SQL_ASYNC_ENABLE_OFF) return SQL_SUCCESS;
+      return PostError(dbc, State::kNotImplemented, "Statements run synchronously.");
+    case SQL_ATTR_METADATA_ID:
+      if (v == SQL_FALSE) return SQL_SUCCESS;
+      return PostError(dbc, State::kNotImplemented,
+                       "Catalog arguments are patterns (SQL_ATTR_METADATA_ID off).");
+    case SQL_ATTR_PACKET_SIZE:
+    case SQL_ATTR_TRANSLATE_LIB:
+    case SQL_ATTR_TRANSLATE_OPTION:
+      return PostError(dbc, State::kNotImplemented,
+                       "Connection attribute " + std::to_string(attr) + " is not supported.");
+    default:
+      return PostError(dbc, State::kInvalidOption,
+                       "Unknown connection attribute " + std::to_string(attr) + ".");
+  }
+}
+
+SQLRETURN GetConnectAttr(Dbc* dbc, SQLINTEGER attr, SQLPOINTER value, SQLINTEGER bufferLength,
+                         SQLINTEGER* length) {
+  SQLULEN v = 0;
+  switch (attr) {
+    case SQL_ATTR_AUTOCOMMIT:
+      v = dbc->autocommit ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF;
+      break;
+    case SQL_ATTR_ACCESS_MODE:
+      v = (dbc->db ? dbc->db->readOnly() : dbc->readOnlyAttr) ? SQL_MODE_READ_ONLY
+                                                              : SQL_MODE_READ_WRITE;
+      break;
+    case SQL_ATTR_CONNECTION_DEAD:
+      v = dbc->db ? SQL_CD_FALSE : SQL_CD_TRUE;
+      break;
+    case SQL_ATTR_TXN_ISOLATION:
+    case SQL_ATTR_LOGIN_TIMEOUT:
+    case SQL_ATTR_CONNECTION_TIMEOUT:
+      v = 0;
+      break;
+    case SQL_ATTR_ASYNC_ENABLE:
+      v = SQL_ASYNC_ENABLE_OFF;
+      break;
+    case SQL_ATTR_METADATA_ID:
+    case SQL_ATTR_AUTO_IPD:
+      v = SQL_FALSE;
+      break;
+    case SQL_ATTR_QUIET_MODE:
+      if (value) *static_cast<SQLPOINTER*>(value) = dbc->quietMode;
+      if (length) *length = sizeof(SQLPOINTER);
+      return SQL_SUCCESS;
+    case SQL_ATTR_CURRENT_CATALOG: {
+      std::string path = dbc->db ? dbc->db->path() : std::string();
+      if (CopyOut(path, value, bufferLength, length)) {
+        return PostWarning(dbc, State::kStringTruncated);
+      }
+      return SQL_SUCCESS;
+    }
+    default:
+      return PostError(dbc, State::kInvalidOption,
+                       "Unknown connection attribute " + std::to_string(attr) + ".");
+  }
+  if (value) *static_cast<SQLUINTEGER*>(value) = static_cast<SQLUINTEGER>(v);
+  if (length) *length = sizeof(SQLUINTEGER);
+  return SQL_SUCCESS;
+}
+
 }  // namespace
 
 extern "C" {
@@ -52,7 +147,8 @@ SQLRETURN SQL_API SQLDriverConnect(SQLHDBC handle, SQLHWND, SQLCHAR* in, SQLSMAL
   if (ret != SQL_SUCCESS) return ret;
   dbc->connectionString = text;
   if (CopyOut(text, out, outMax, outLength)) {
-    return PostWarning(dbc, "01004", "The connection string was cut to fit the buffer.");
+    return PostWarning(dbc, State::kStringTruncated,
+                       "The connection string was cut to fit the buffer.");
   }
   return SQL_SUCCESS;
 }
@@ -72,20 +168,21 @@ SQLRETURN SQL_API SQLBrowseConnect(SQLHDBC handle, SQLCHAR*, SQLSMALLINT, SQLCHA
   Dbc* dbc = ToDbc(handle);
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  return PostError(dbc, "HYC00", "SQLBrowseConnect is not supported: use SQLDriverConnect.");
+  return PostError(dbc, State::kNotImplemented,
+                   "SQLBrowseConnect is not supported: use SQLDriverConnect.");
 }
 
 SQLRETURN SQL_API SQLDisconnect(SQLHDBC handle) {
   Dbc* dbc = ToDbc(handle);
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  if (!dbc->db) return PostError(dbc, "08003", "Not connected.");
+  if (!dbc->db) return PostError(dbc, State::kNotConnected);
   for (Stmt* s : dbc->stmts) delete s;
   dbc->stmts.clear();
   Error e = dbc->db->Close();
   dbc->db.reset();
   if (!e.ok()) {
-    return PostWarning(dbc, "01002",
+    return PostWarning(dbc, State::kDisconnectError,
                        "Disconnected, but the journal could not be folded into the "
                        "workbook (the next connection will): " +
                            e.message());
@@ -97,26 +194,7 @@ SQLRETURN SQL_API SQLSetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER 
   Dbc* dbc = ToDbc(handle);
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  auto v = static_cast<SQLULEN>(reinterpret_cast<SQLLEN>(value));
-  switch (attr) {
-    case SQL_ATTR_AUTOCOMMIT:
-      // Every statement is durable when it returns either way (see SQLEndTran).
-      dbc->autocommit = v != SQL_AUTOCOMMIT_OFF;
-      return SQL_SUCCESS;
-    case SQL_ATTR_ACCESS_MODE:
-      if (dbc->db && (v == SQL_MODE_READ_ONLY) != dbc->db->readOnly()) {
-        return PostError(dbc, "HY011", "The access mode is fixed once connected (READONLY).");
-      }
-      dbc->readOnlyAttr = v == SQL_MODE_READ_ONLY;
-      return SQL_SUCCESS;
-    case SQL_ATTR_TXN_ISOLATION:
-      return PostError(dbc, "HYC00", "Transactions are not supported.");
-    case SQL_ATTR_CURRENT_CATALOG:
-      return PostError(dbc, "HYC00", "The workbook is fixed by DBQ.");
-    default:
-      dbc->attrs[attr] = v;
-      return SQL_SUCCESS;
-  }
+  return SetConnectAttr(dbc, attr, value);
 }
 
 SQLRETURN SQL_API SQLGetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER value,
@@ -124,37 +202,7 @@ SQLRETURN SQL_API SQLGetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER 
   Dbc* dbc = ToDbc(handle);
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  SQLULEN v = 0;
-  switch (attr) {
-    case SQL_ATTR_AUTOCOMMIT:
-      v = dbc->autocommit ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF;
-      break;
-    case SQL_ATTR_ACCESS_MODE:
-      v = (dbc->db ? dbc->db->readOnly() : dbc->readOnlyAttr) ? SQL_MODE_READ_ONLY
-                                                              : SQL_MODE_READ_WRITE;
-      break;
-    case SQL_ATTR_CONNECTION_DEAD:
-      v = dbc->db ? SQL_CD_FALSE : SQL_CD_TRUE;
-      break;
-    case SQL_ATTR_TXN_ISOLATION:
-      v = 0;
-      break;
-    case SQL_ATTR_CURRENT_CATALOG: {
-      std::string path = dbc->db ? dbc->db->path() : std::string();
-      if (CopyOut(path, value, bufferLength, length)) {
-        return PostWarning(dbc, "01004", "String data, right truncated.");
-      }
-      return SQL_SUCCESS;
-    }
-    default: {
-      auto it = dbc->attrs.find(attr);
-      if (it != dbc->attrs.end()) v = it->second;
-      break;
-    }
-  }
-  if (value) *static_cast<SQLUINTEGER*>(value) = static_cast<SQLUINTEGER>(v);
-  if (length) *length = sizeof(SQLUINTEGER);
-  return SQL_SUCCESS;
+  return GetConnectAttr(dbc, attr, value, bufferLength, length);
 }
 
 SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT completion) {
@@ -167,7 +215,7 @@ SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT com
   bool changed = dbc->changedSinceEndTran;
   dbc->changedSinceEndTran = false;
   if (completion == SQL_ROLLBACK && changed) {
-    return PostWarning(dbc, "01000",
+    return PostWarning(dbc, State::kGeneralWarning,
                        "Changes are saved as each statement runs; "
                        "ROLLBACK did not undo them.");
   }
@@ -180,7 +228,7 @@ SQLRETURN SQL_API SQLNativeSql(SQLHDBC handle, SQLCHAR* in, SQLINTEGER inLength,
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
   if (CopyOut(InText(in, inLength), out, outMax, outLength)) {
-    return PostWarning(dbc, "01004", "String data, right truncated.");
+    return PostWarning(dbc, State::kStringTruncated);
   }
   return SQL_SUCCESS;
 }

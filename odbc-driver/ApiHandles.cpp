@@ -26,7 +26,7 @@ SQLRETURN SQL_API SQLAllocHandle(SQLSMALLINT type, SQLHANDLE input, SQLHANDLE* o
       Dbc* dbc = ToDbc(input);
       if (!dbc) return SQL_INVALID_HANDLE;
       ClearDiag(dbc);
-      if (!dbc->db) return PostError(dbc, "08003", "Not connected.");
+      if (!dbc->db) return PostError(dbc, State::kNotConnected);
       auto* stmt = new Stmt(dbc);
       dbc->stmts.push_back(stmt);
       *output = stmt;
@@ -35,7 +35,7 @@ SQLRETURN SQL_API SQLAllocHandle(SQLSMALLINT type, SQLHANDLE input, SQLHANDLE* o
     case SQL_HANDLE_DESC: {
       Dbc* dbc = ToDbc(input);
       if (!dbc) return SQL_INVALID_HANDLE;
-      return PostError(dbc, "HYC00", "Explicit descriptors are not supported.");
+      return PostError(dbc, State::kNotImplemented, "Explicit descriptors are not supported.");
     }
     default:
       return SQL_ERROR;
@@ -87,7 +87,7 @@ SQLRETURN SQL_API SQLFreeStmt(SQLHSTMT handle, SQLUSMALLINT option) {
     case SQL_DROP:
       return SQLFreeHandle(SQL_HANDLE_STMT, handle);
     default:
-      return PostError(stmt, "HY092", "Unknown SQLFreeStmt option.");
+      return PostError(stmt, State::kInvalidOption, "Unknown SQLFreeStmt option.");
   }
 }
 
@@ -101,13 +101,21 @@ SQLRETURN SQL_API SQLSetEnvAttr(SQLHENV handle, SQLINTEGER attr, SQLPOINTER valu
       env->odbcVersion = v;
       return SQL_SUCCESS;
     case SQL_ATTR_OUTPUT_NTS:
-      return v == SQL_TRUE ? SQL_SUCCESS
-                           : PostError(env, "HYC00", "Only NUL-terminated output strings.");
+      return v == SQL_TRUE
+                 ? SQL_SUCCESS
+                 : PostError(env, State::kNotImplemented, "Only NUL-terminated output strings.");
+    // Pooling is the driver manager's; the driver itself keeps no pool.
     case SQL_ATTR_CONNECTION_POOLING:
+      if (static_cast<SQLUINTEGER>(v) == SQL_CP_OFF) return SQL_SUCCESS;
+      return PostWarning(env, State::kOptionValueChanged,
+                         "The driver keeps no connection pool; value changed to SQL_CP_OFF.");
     case SQL_ATTR_CP_MATCH:
-      return SQL_SUCCESS;
+      if (static_cast<SQLUINTEGER>(v) == SQL_CP_STRICT_MATCH) return SQL_SUCCESS;
+      return PostWarning(env, State::kOptionValueChanged,
+                         "The driver keeps no connection pool; value changed.");
     default:
-      return PostError(env, "HY092", "Unknown environment attribute " + std::to_string(attr) + ".");
+      return PostError(env, State::kInvalidOption,
+                       "Unknown environment attribute " + std::to_string(attr) + ".");
   }
 }
 
@@ -131,7 +139,8 @@ SQLRETURN SQL_API SQLGetEnvAttr(SQLHENV handle, SQLINTEGER attr, SQLPOINTER valu
       v = SQL_CP_STRICT_MATCH;
       break;
     default:
-      return PostError(env, "HY092", "Unknown environment attribute " + std::to_string(attr) + ".");
+      return PostError(env, State::kInvalidOption,
+                       "Unknown environment attribute " + std::to_string(attr) + ".");
   }
   if (value) *static_cast<SQLINTEGER*>(value) = v;
   if (length) *length = sizeof v;

@@ -224,8 +224,6 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_OJ_CAPABILITIES:
     case SQL_SCHEMA_USAGE:
     case SQL_CATALOG_USAGE:
-    case SQL_PARAM_ARRAY_ROW_COUNTS:
-    case SQL_PARAM_ARRAY_SELECTS:
     case SQL_MAX_INDEX_SIZE:
     case SQL_MAX_ROW_SIZE:
     case SQL_MAX_STATEMENT_LEN:
@@ -242,6 +240,10 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_STATIC_CURSOR_ATTRIBUTES1:
     case SQL_STATIC_CURSOR_ATTRIBUTES2:
       return u32(0);
+    case SQL_PARAM_ARRAY_ROW_COUNTS:
+      return u32(SQL_PARC_NO_BATCH);  // SQLRowCount adds up the sets
+    case SQL_PARAM_ARRAY_SELECTS:
+      return u32(SQL_PAS_NO_SELECT);
     case SQL_FORWARD_ONLY_CURSOR_ATTRIBUTES1:
       return u32(SQL_CA1_NEXT);
     case SQL_FORWARD_ONLY_CURSOR_ATTRIBUTES2:
@@ -293,12 +295,13 @@ SQLRETURN SQL_API SQLGetInfo(SQLHDBC handle, SQLUSMALLINT type, SQLPOINTER value
   ClearDiag(dbc);
   InfoValue v;
   if (!LookUpInfo(dbc, type, &v)) {
-    return PostError(dbc, "HY096", "Information type " + std::to_string(type) + " is not known.");
+    return PostError(dbc, State::kInvalidInfoType,
+                     "Information type " + std::to_string(type) + " is not known.");
   }
   switch (v.kind) {
     case InfoValue::kText:
       if (CopyOut(v.text, static_cast<SQLCHAR*>(value), bufferLength, length)) {
-        return PostWarning(dbc, "01004", "String data, right truncated.");
+        return PostWarning(dbc, State::kStringTruncated);
       }
       return SQL_SUCCESS;
     case InfoValue::kShort:
@@ -320,25 +323,26 @@ SQLRETURN SQL_API SQLGetInfoW(SQLHDBC handle, SQLUSMALLINT type, SQLPOINTER valu
   ClearDiag(dbc);
   InfoValue v;
   if (!LookUpInfo(dbc, type, &v)) {
-    return PostError(dbc, "HY096", "Information type " + std::to_string(type) + " is not known.");
+    return PostError(dbc, State::kInvalidInfoType,
+                     "Information type " + std::to_string(type) + " is not known.");
   }
   if (v.kind != InfoValue::kText) return SQLGetInfo(handle, type, value, bufferLength, length);
   std::u16string w = Utf8ToUtf16(v.text);  // lengths in bytes here
   if (length) *length = static_cast<SQLSMALLINT>(w.size() * 2);
   if (!value || bufferLength < 2)
-    return w.empty() ? SQL_SUCCESS : PostWarning(dbc, "01004", "String data, right truncated.");
+    return w.empty() ? SQL_SUCCESS : PostWarning(dbc, State::kStringTruncated);
   std::size_t n = std::min(w.size(), static_cast<std::size_t>(bufferLength / 2 - 1));
   auto* out = static_cast<SQLWCHAR*>(value);
   for (std::size_t i = 0; i < n; ++i) out[i] = w[i];
   out[n] = 0;
-  return n < w.size() ? PostWarning(dbc, "01004", "String data, right truncated.") : SQL_SUCCESS;
+  return n < w.size() ? PostWarning(dbc, State::kStringTruncated) : SQL_SUCCESS;
 }
 
 SQLRETURN SQL_API SQLGetFunctions(SQLHDBC handle, SQLUSMALLINT id, SQLUSMALLINT* supported) {
   Dbc* dbc = ToDbc(handle);
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  if (!supported) return PostError(dbc, "HY009", "No output buffer.");
+  if (!supported) return PostError(dbc, State::kInvalidNullPointer, "No output buffer.");
   if (id == SQL_API_ODBC3_ALL_FUNCTIONS) {
     std::memset(supported, 0, sizeof(SQLUSMALLINT) * SQL_API_ODBC3_ALL_FUNCTIONS_SIZE);
     for (SQLUSMALLINT f : kFunctions)

@@ -1,5 +1,6 @@
 // ODBC entry points: result set shape, fetching and getting values.
 #include <algorithm>
+#include <climits>
 #include <cstring>
 
 #include "odbc-driver/Convert.h"
@@ -19,39 +20,86 @@ const ColumnInfo* Column(Stmt* s, SQLUSMALLINT number) {
   return &s->result->columns()[number - 1u];
 }
 
-SQLRETURN FillBound(Stmt* stmt) {
+// Writes the bound columns of rowset row i (result row stmt->row + i); the diagnostic of a
+// value that does not convert names the row and column.
+SQLRETURN FillBound(Stmt* stmt, SQLULEN i) {
   SQLRETURN ret = SQL_SUCCESS;
   char buf[ResultSet::kTextBuffer];
   std::string_view text;
   for (auto& [number, b] : stmt->columns) {
     if (number < 1 || number > ColumnCount(stmt)) continue;
-    bool present = stmt->result->text(stmt->row, number - 1, buf, &stmt->scratch, &text);
+    bool present = stmt->result->text(stmt->row + static_cast<long>(i), number - 1, buf,
+                                      &stmt->scratch, &text);
+    std::size_t size = FixedSizeOf(b.cType);
+    if (size == 0) size = static_cast<std::size_t>(std::max<SQLLEN>(b.bufferLength, 0));
+    void* data = ElementAddress(b.buffer, stmt->rowBindType, size, stmt->rowBindOffset, i);
+    auto* ind = static_cast<SQLLEN*>(
+        ElementAddress(b.indicator, stmt->rowBindType, sizeof(SQLLEN), stmt->rowBindOffset, i));
+    // A row-wise array may put the indicator at any address: it is written bytewise.
+    SQLLEN length = 0;
     std::size_t offset = 0;
-    ConvertResult r = ConvertView(present ? &text : nullptr, b.cType, b.buffer, b.bufferLength,
-                                  b.indicator, &offset);
-    if (r.ret == SQL_ERROR) return PostError(stmt, r.state, r.message);
+    ConvertResult r = ConvertView(present ? &text : nullptr, b.cType, data, b.bufferLength,
+                                  ind ? &length : nullptr, &offset);
+    if (ind && r.ret != SQL_ERROR) std::memcpy(ind, &length, sizeof length);
+    if (r.ret == SQL_ERROR) {
+      std::string where = stmt->rowArraySize > 1
+                              ? "Row " + std::to_string(i + 1) + " of the rowset, column " +
+                                    std::to_string(number) + ": "
+                              : std::string();
+      return PostError(stmt, r.state, where + r.message);
+    }
     if (r.ret == SQL_SUCCESS_WITH_INFO) ret = PostWarning(stmt, r.state, r.message);
   }
   return ret;
 }
 
+// Fetches the next rowset: up to SQL_ATTR_ROW_ARRAY_SIZE rows into the bound arrays. A row
+// whose value does not convert is SQL_ROW_ERROR and the others are still filled; the call
+// fails only when every row did.
 SQLRETURN Fetch(Stmt* stmt) {
-  if (!stmt->result)
-    return PostError(stmt, "24000", "No result set: the statement returned no rows.");
+  if (!stmt->result) {
+    return PostError(stmt, State::kInvalidCursorState,
+                     "No result set: the statement returned no rows.");
+  }
   stmt->dataColumn = -1;
   stmt->dataOffset = 0;
   long limit = stmt->result->rowCount();
   if (stmt->maxRows > 0 && static_cast<long>(stmt->maxRows) < limit)
     limit = static_cast<long>(stmt->maxRows);
-  if (stmt->row + 1 >= limit) {
+  long start = stmt->row < 0 ? 0 : stmt->row + stmt->rowsetRows;
+  if (start >= limit) {
     stmt->row = limit;
+    stmt->rowsetRows = 0;
     if (stmt->rowsFetched) *stmt->rowsFetched = 0;
     return SQL_NO_DATA;
   }
-  ++stmt->row;
-  if (stmt->rowsFetched) *stmt->rowsFetched = 1;
-  if (stmt->rowStatus) stmt->rowStatus[0] = SQL_ROW_SUCCESS;
-  return stmt->columns.empty() ? SQL_SUCCESS : FillBound(stmt);
+  const SQLULEN size = stmt->rowArraySize;
+  const auto n = static_cast<SQLULEN>(
+      std::min<long>(limit - start, static_cast<long>(std::min<SQLULEN>(size, LONG_MAX))));
+  stmt->row = start;
+  stmt->rowsetRows = static_cast<long>(n);
+  if (stmt->rowsFetched) *stmt->rowsFetched = n;
+  SQLULEN errors = 0;
+  bool warned = false;
+  for (SQLULEN i = 0; i < n; ++i) {
+    SQLRETURN r = stmt->columns.empty() ? SQL_SUCCESS : FillBound(stmt, i);
+    if (r == SQL_ERROR) ++errors;
+    if (r == SQL_SUCCESS_WITH_INFO) warned = true;
+    if (stmt->rowStatus) {
+      stmt->rowStatus[i] = r == SQL_ERROR               ? SQL_ROW_ERROR
+                           : r == SQL_SUCCESS_WITH_INFO ? SQL_ROW_SUCCESS_WITH_INFO
+                                                        : SQL_ROW_SUCCESS;
+    }
+  }
+  if (stmt->rowStatus) {
+    for (SQLULEN i = n; i < size; ++i) stmt->rowStatus[i] = SQL_ROW_NOROW;
+  }
+  if (errors == n) return SQL_ERROR;
+  if (errors > 0 || warned) {
+    stmt->lastReturn = SQL_SUCCESS_WITH_INFO;
+    return SQL_SUCCESS_WITH_INFO;
+  }
+  return SQL_SUCCESS;
 }
 
 // Writes text as UTF-16 with a terminating NUL into out (room for text.size() + 1 units)
@@ -67,10 +115,15 @@ bool WidenAscii(std::string_view text, SQLWCHAR* out) {
 }
 
 [[gnu::noinline]] SQLRETURN NoSuchCell(Stmt* stmt, SQLUSMALLINT number) {
-  if (stmt->row < 0 || stmt->row >= stmt->resultRows) {
-    return PostError(stmt, "24000", "No current row: call SQLFetch first.");
+  if (stmt->rowArraySize != 1) {
+    return PostError(stmt, State::kNotImplemented,
+                     "SQLGetData reads one row at a time: set SQL_ATTR_ROW_ARRAY_SIZE to 1.");
   }
-  return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  if (stmt->row < 0 || stmt->row >= stmt->resultRows) {
+    return PostError(stmt, State::kInvalidCursorState, "No current row: call SQLFetch first.");
+  }
+  return PostError(stmt, State::kInvalidDescriptorIndex,
+                   "No column " + std::to_string(number) + ".");
 }
 
 // The general conversion, out of line: kept apart, SQLGetData's common path needs fewer
@@ -102,13 +155,15 @@ SQLRETURN SQL_API SQLDescribeCol(SQLHSTMT handle, SQLUSMALLINT number, SQLCHAR* 
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
   const ColumnInfo* c = Column(stmt, number);
-  if (!c) return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  if (!c)
+    return PostError(stmt, State::kInvalidDescriptorIndex,
+                     "No column " + std::to_string(number) + ".");
   if (type) *type = c->sqlType;
   if (size) *size = static_cast<SQLULEN>(c->size);
   if (digits) *digits = 0;
   if (nullable) *nullable = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS;
   if (CopyOut(c->name, name, nameMax, nameLength)) {
-    return PostWarning(stmt, "01004", "String data, right truncated.");
+    return PostWarning(stmt, State::kStringTruncated);
   }
   return SQL_SUCCESS;
 }
@@ -124,7 +179,9 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
     return SQL_SUCCESS;
   }
   const ColumnInfo* c = Column(stmt, number);
-  if (!c) return PostError(stmt, "07009", "No column " + std::to_string(number) + ".");
+  if (!c)
+    return PostError(stmt, State::kInvalidDescriptorIndex,
+                     "No column " + std::to_string(number) + ".");
   std::string s;
   bool isText = true;
   SQLLEN n = 0;
@@ -197,7 +254,7 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
     return SQL_SUCCESS;
   }
   if (CopyOut(s, static_cast<SQLCHAR*>(text), textMax, textLength)) {
-    return PostWarning(stmt, "01004", "String data, right truncated.");
+    return PostWarning(stmt, State::kStringTruncated);
   }
   return SQL_SUCCESS;
 }
@@ -207,7 +264,11 @@ SQLRETURN SQL_API SQLBindCol(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT c
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (number < 1) return PostError(stmt, "07009", "Bookmarks are not supported.");
+  if (number < 1)
+    return PostError(stmt, State::kInvalidDescriptorIndex, "Bookmarks are not supported.");
+  if (bufferLength < 0) {
+    return PostError(stmt, State::kInvalidLength, "The buffer length is negative.");
+  }
   if (!buffer && !indicator) {
     stmt->columns.erase(number);
   } else {
@@ -228,7 +289,8 @@ SQLRETURN SQL_API SQLFetchScroll(SQLHSTMT handle, SQLSMALLINT orientation, SQLLE
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
   if (orientation != SQL_FETCH_NEXT) {
-    return PostError(stmt, "HY106", "Cursors are forward-only: only SQL_FETCH_NEXT.");
+    return PostError(stmt, State::kFetchTypeOutOfRange,
+                     "Cursors are forward-only: only SQL_FETCH_NEXT.");
   }
   return Fetch(stmt);
 }
@@ -239,7 +301,7 @@ SQLRETURN SQL_API SQLGetData(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT c
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
   if (stmt->row < 0 || stmt->row >= stmt->resultRows || number < 1 ||
-      number > stmt->resultColumns) {
+      number > stmt->resultColumns || stmt->rowArraySize != 1) {
     return NoSuchCell(stmt, number);
   }
   if (stmt->dataColumn != number) {

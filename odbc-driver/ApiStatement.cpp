@@ -1,4 +1,7 @@
 // ODBC entry points: preparing and executing statements, parameters, statement attributes.
+#include <algorithm>
+#include <string_view>
+
 #include "odbc-driver/Convert.h"
 #include "odbc-driver/Diagnostics.h"
 #include "odbc-driver/Handles.h"
@@ -18,27 +21,369 @@ SQLRETURN Prepare(Stmt* stmt, std::string sql) {
   return SQL_SUCCESS;
 }
 
-SQLRETURN Run(Stmt* stmt) {
-  stmt->CloseCursor();
-  stmt->rowCount = -1;
-  std::vector<Value> params;
-  for (int i = 1; i <= stmt->parsed.parameterCount; ++i) {
-    auto it = stmt->params.find(static_cast<SQLUSMALLINT>(i));
+// Parameter set i's values into *out. Column-wise, a text parameter's elements are its
+// bufferLength apart, a number's its type's size; indicators are SQLLENs.
+SQLRETURN SetValues(Stmt* stmt, SQLULEN i, std::vector<Value>* out) {
+  out->clear();
+  for (int n = 1; n <= stmt->parsed.parameterCount; ++n) {
+    auto it = stmt->params.find(static_cast<SQLUSMALLINT>(n));
     if (it == stmt->params.end()) {
-      return PostError(stmt, "07002", "Parameter " + std::to_string(i) + " has no bound value.");
+      return PostError(stmt, State::kWrongParameterCount,
+                       "Parameter " + std::to_string(n) + " has no bound value.");
     }
-    Value v;
     const ParamBinding& b = it->second;
-    ConvertResult r = ParameterValue(b.cType, b.buffer, b.bufferLength, b.indicator, &v);
+    std::size_t size = FixedSizeOf(b.cType);
+    if (size == 0) size = static_cast<std::size_t>(std::max<SQLLEN>(b.bufferLength, 0));
+    if (i > 0 && stmt->paramBindType == SQL_PARAM_BIND_BY_COLUMN && size == 0 && b.buffer) {
+      return PostError(stmt, State::kInvalidLength,
+                       "Parameter " + std::to_string(n) +
+                           " is bound to an array of text without a buffer length.");
+    }
+    void* data = ElementAddress(b.buffer, stmt->paramBindType, size, stmt->paramBindOffset, i);
+    auto* ind = static_cast<SQLLEN*>(
+        ElementAddress(b.indicator, stmt->paramBindType, sizeof(SQLLEN), stmt->paramBindOffset, i));
+    Value v;
+    ConvertResult r = ParameterValue(b.cType, data, b.bufferLength, ind, &v);
     if (r.ret == SQL_ERROR) return PostError(stmt, r.state, r.message);
-    params.push_back(std::move(v));
+    out->push_back(std::move(v));
   }
+  return SQL_SUCCESS;
+}
+
+// Names the parameter set (1-based) in the last record's message.
+void NameSet(Stmt* stmt, SQLULEN i) {
+  if (stmt->diags.empty()) return;
+  stmt->diags.back().message.insert(std::string_view(kMessagePrefix).size(),
+                                    "Parameter set " + std::to_string(i + 1) + ": ");
+}
+
+SQLRETURN RunOnce(Stmt* stmt) {
+  std::vector<Value> params;
+  SQLRETURN ret = SetValues(stmt, 0, &params);
+  if (ret != SQL_SUCCESS) return ret;
   Outcome out;
   Error e = stmt->dbc->db->Execute(stmt->sql, stmt->parsed, params, &out);
   if (!e.ok()) return PostError(stmt, e);
   if (out.changed) stmt->dbc->changedSinceEndTran = true;
   stmt->SetResult(std::move(out.result));
   stmt->rowCount = stmt->result ? stmt->result->rowCount() : out.rowCount;
+  return SQL_SUCCESS;
+}
+
+// Runs every parameter set through one Database batch. The sets run in order and stop at
+// the first that fails: sets before it are saved (SQL_PARAM_SUCCESS), it is SQL_PARAM_ERROR
+// and SQLExecute fails with its diagnostic, later ones are SQL_PARAM_UNUSED. SQLRowCount
+// gives the rows of every set saved, added up.
+SQLRETURN RunArray(Stmt* stmt) {
+  const SQLULEN n = stmt->paramsetSize;
+  auto status = [&](SQLULEN i, SQLUSMALLINT s) {
+    if (stmt->paramStatus) stmt->paramStatus[i] = s;
+  };
+  if (stmt->paramStatus) {
+    for (SQLULEN i = 0; i < n; ++i) stmt->paramStatus[i] = SQL_PARAM_UNUSED;
+  }
+  if (stmt->paramsProcessed) *stmt->paramsProcessed = 0;
+  if (!stmt->parsed.changesData()) {
+    return PostError(stmt, State::kNotImplemented,
+                     "A SELECT runs with one parameter set: set SQL_ATTR_PARAMSET_SIZE to 1.");
+  }
+  // Gather the values first, so that a set whose values cannot be read stops the batch
+  // before it, as a set that fails to run does.
+  std::vector<std::vector<Value>> sets;
+  std::vector<SQLULEN> index;  // parameter set of each entry of sets
+  SQLULEN stop = n;            // the set whose values could not be read
+  SQLRETURN bad = SQL_SUCCESS;
+  for (SQLULEN i = 0; i < n; ++i) {
+    if (stmt->paramOperation && stmt->paramOperation[i] == SQL_PARAM_IGNORE) continue;
+    std::vector<Value> values;
+    bad = SetValues(stmt, i, &values);
+    if (bad != SQL_SUCCESS) {
+      stop = i;
+      NameSet(stmt, i);
+      break;
+    }
+    sets.push_back(std::move(values));
+    index.push_back(i);
+  }
+  std::vector<long> counts;
+  std::size_t failed = sets.size();
+  Error e;
+  if (!sets.empty())
+    e = stmt->dbc->db->ExecuteBatch(stmt->sql, stmt->parsed, sets, &counts, &failed);
+  if (!counts.empty()) stmt->dbc->changedSinceEndTran = true;
+  long rows = 0;
+  for (std::size_t k = 0; k < counts.size(); ++k) {
+    status(index[k], SQL_PARAM_SUCCESS);
+    rows += counts[k];
+  }
+  stmt->rowCount = rows;
+  SQLULEN processed = n;
+  if (!e.ok()) {
+    if (failed < sets.size()) {
+      status(index[failed], SQL_PARAM_ERROR);
+      processed = index[failed] + 1;
+    } else {  // nothing was saved
+      for (SQLULEN i : index) status(i, SQL_PARAM_ERROR);
+      processed = stop < n ? stop + 1 : n;
+    }
+  } else if (stop < n) {
+    status(stop, SQL_PARAM_ERROR);
+    processed = stop + 1;
+  }
+  if (stmt->paramsProcessed) *stmt->paramsProcessed = processed;
+  if (!e.ok()) {
+    if (bad != SQL_SUCCESS) stmt->diags.clear();  // the batch's error comes first
+    PostError(stmt, e);
+    if (failed < sets.size()) NameSet(stmt, index[failed]);
+    return SQL_ERROR;
+  }
+  return bad;
+}
+
+SQLRETURN Run(Stmt* stmt) {
+  stmt->CloseCursor();
+  stmt->rowCount = -1;
+  if (stmt->parsed.parameterCount == 0 ||
+      (stmt->paramsetSize == 1 && (!stmt->paramOperation || !stmt->parsed.changesData()))) {
+    SQLRETURN ret = RunOnce(stmt);
+    if (stmt->paramStatus)
+      stmt->paramStatus[0] = ret == SQL_ERROR ? SQL_PARAM_ERROR : SQL_PARAM_SUCCESS;
+    if (stmt->paramsProcessed) *stmt->paramsProcessed = 1;
+    return ret;
+  }
+  return RunArray(stmt);
+}
+
+// Statement attributes. Each value is either acted on or refused: HYC00 where the driver
+// cannot honour it, 01S02 where ODBC lets a driver put its own value in place (the value
+// then read back is the one in force), HY092 for attributes it does not know.
+SQLRETURN SetStmtAttr(Stmt* stmt, SQLINTEGER attr, SQLPOINTER value) {
+  auto v = static_cast<SQLULEN>(reinterpret_cast<SQLLEN>(value));
+  auto only = [&](SQLULEN allowed, const char* why) {
+    return v == allowed ? SQL_SUCCESS : PostError(stmt, State::kNotImplemented, why);
+  };
+  switch (attr) {
+    case SQL_ATTR_PARAM_BIND_TYPE:
+      stmt->paramBindType = v;
+      return SQL_SUCCESS;
+    case SQL_ATTR_PARAM_BIND_OFFSET_PTR:
+      stmt->paramBindOffset = static_cast<SQLULEN*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_PARAMSET_SIZE:
+      if (v == 0)
+        return PostError(stmt, State::kInvalidAttributeValue,
+                         "SQL_ATTR_PARAMSET_SIZE must be at least 1.");
+      stmt->paramsetSize = v;
+      return SQL_SUCCESS;
+    case SQL_ATTR_PARAMS_PROCESSED_PTR:
+      stmt->paramsProcessed = static_cast<SQLULEN*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_PARAM_STATUS_PTR:
+      stmt->paramStatus = static_cast<SQLUSMALLINT*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_PARAM_OPERATION_PTR:
+      stmt->paramOperation = static_cast<SQLUSMALLINT*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_ROW_BIND_TYPE:
+      stmt->rowBindType = v;
+      return SQL_SUCCESS;
+    case SQL_ATTR_ROW_BIND_OFFSET_PTR:
+      stmt->rowBindOffset = static_cast<SQLULEN*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_ROW_ARRAY_SIZE:
+      if (v == 0)
+        return PostError(stmt, State::kInvalidAttributeValue,
+                         "SQL_ATTR_ROW_ARRAY_SIZE must be at least 1.");
+      stmt->rowArraySize = v;
+      return SQL_SUCCESS;
+    case SQL_ATTR_ROWS_FETCHED_PTR:
+      stmt->rowsFetched = static_cast<SQLULEN*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_ROW_STATUS_PTR:
+      stmt->rowStatus = static_cast<SQLUSMALLINT*>(value);
+      return SQL_SUCCESS;
+    case SQL_ATTR_MAX_ROWS:
+      stmt->maxRows = v;
+      return SQL_SUCCESS;
+    case SQL_ATTR_NOSCAN:
+      stmt->noscan = v;
+      return SQL_SUCCESS;
+    case SQL_ATTR_CURSOR_TYPE:
+      if (v != SQL_CURSOR_FORWARD_ONLY) {
+        return PostWarning(stmt, State::kOptionValueChanged,
+                           "Cursors are forward-only; value changed.");
+      }
+      return SQL_SUCCESS;
+    case SQL_ATTR_CONCURRENCY:
+      if (v != SQL_CONCUR_READ_ONLY) {
+        return PostWarning(stmt, State::kOptionValueChanged,
+                           "Cursors are read-only; value changed.");
+      }
+      return SQL_SUCCESS;
+    case SQL_ATTR_CURSOR_SENSITIVITY:
+      // A result is a snapshot taken when the statement ran.
+      if (v != SQL_UNSPECIFIED && v != SQL_INSENSITIVE) {
+        return PostError(stmt, State::kNotImplemented, "Cursors are insensitive.");
+      }
+      return SQL_SUCCESS;
+    case SQL_ATTR_CURSOR_SCROLLABLE:
+      return only(SQL_NONSCROLLABLE, "Cursors are forward-only.");
+    case SQL_ATTR_KEYSET_SIZE:
+    case SQL_ATTR_MAX_LENGTH:
+    case SQL_ATTR_QUERY_TIMEOUT:
+      if (v != 0) {
+        return PostWarning(stmt, State::kOptionValueChanged,
+                           "Values come whole and statements run to the end; value changed to 0.");
+      }
+      return SQL_SUCCESS;
+    case SQL_ATTR_ASYNC_ENABLE:
+      return only(SQL_ASYNC_ENABLE_OFF, "Statements run synchronously.");
+    case SQL_ATTR_ENABLE_AUTO_IPD:
+      return only(SQL_FALSE, "Parameters are not described automatically.");
+    case SQL_ATTR_RETRIEVE_DATA:
+      return only(SQL_RD_ON, "Fetching always retrieves the bound values.");
+    case SQL_ATTR_USE_BOOKMARKS:
+      return only(SQL_UB_OFF, "Bookmarks are not supported.");
+    case SQL_ATTR_FETCH_BOOKMARK_PTR:
+      return only(0, "Bookmarks are not supported.");
+    case SQL_ATTR_ROW_OPERATION_PTR:
+      return only(0, "SQLSetPos is not supported.");
+    case SQL_ATTR_METADATA_ID:
+      return only(SQL_FALSE, "Catalog arguments are patterns (SQL_ATTR_METADATA_ID off).");
+    case SQL_ATTR_SIMULATE_CURSOR:
+      return PostError(stmt, State::kNotImplemented, "Positioned statements are not supported.");
+    case SQL_ATTR_APP_ROW_DESC:
+    case SQL_ATTR_APP_PARAM_DESC:
+      return PostError(stmt, State::kNotImplemented, "Explicit descriptors are not supported.");
+    case SQL_ATTR_IMP_ROW_DESC:
+    case SQL_ATTR_IMP_PARAM_DESC:
+      return PostError(stmt, State::kImplicitDescriptor,
+                       "Implementation descriptors cannot be set.");
+    case SQL_ROWSET_SIZE:  // for SQLExtendedFetch, which the driver does not have
+      if (v != 1) {
+        return PostWarning(stmt, State::kOptionValueChanged,
+                           "SQL_ROWSET_SIZE is 1: use SQL_ATTR_ROW_ARRAY_SIZE; value changed.");
+      }
+      return SQL_SUCCESS;
+    case SQL_ATTR_ROW_NUMBER:
+      return PostError(stmt, State::kInvalidOption, "SQL_ATTR_ROW_NUMBER is read-only.");
+    default:
+      return PostError(stmt, State::kInvalidOption,
+                       "Unknown statement attribute " + std::to_string(attr) + ".");
+  }
+}
+
+SQLRETURN GetStmtAttr(Stmt* stmt, SQLINTEGER attr, SQLPOINTER value, SQLINTEGER* length) {
+  SQLPOINTER p = nullptr;
+  SQLULEN v = 0;
+  bool pointer = true;
+  switch (attr) {
+    case SQL_ATTR_APP_ROW_DESC:
+      p = &stmt->ard;
+      break;
+    case SQL_ATTR_APP_PARAM_DESC:
+      p = &stmt->apd;
+      break;
+    case SQL_ATTR_IMP_ROW_DESC:
+      p = &stmt->ird;
+      break;
+    case SQL_ATTR_IMP_PARAM_DESC:
+      p = &stmt->ipd;
+      break;
+    case SQL_ATTR_ROWS_FETCHED_PTR:
+      p = stmt->rowsFetched;
+      break;
+    case SQL_ATTR_ROW_STATUS_PTR:
+      p = stmt->rowStatus;
+      break;
+    case SQL_ATTR_ROW_BIND_OFFSET_PTR:
+      p = stmt->rowBindOffset;
+      break;
+    case SQL_ATTR_PARAM_BIND_OFFSET_PTR:
+      p = stmt->paramBindOffset;
+      break;
+    case SQL_ATTR_PARAMS_PROCESSED_PTR:
+      p = stmt->paramsProcessed;
+      break;
+    case SQL_ATTR_PARAM_STATUS_PTR:
+      p = stmt->paramStatus;
+      break;
+    case SQL_ATTR_PARAM_OPERATION_PTR:
+      p = stmt->paramOperation;
+      break;
+    case SQL_ATTR_FETCH_BOOKMARK_PTR:
+    case SQL_ATTR_ROW_OPERATION_PTR:
+      break;
+    default:
+      pointer = false;
+      switch (attr) {
+        case SQL_ATTR_ROW_ARRAY_SIZE:
+          v = stmt->rowArraySize;
+          break;
+        case SQL_ROWSET_SIZE:
+          v = 1;
+          break;
+        case SQL_ATTR_ROW_BIND_TYPE:
+          v = stmt->rowBindType;
+          break;
+        case SQL_ATTR_PARAMSET_SIZE:
+          v = stmt->paramsetSize;
+          break;
+        case SQL_ATTR_PARAM_BIND_TYPE:
+          v = stmt->paramBindType;
+          break;
+        case SQL_ATTR_MAX_ROWS:
+          v = stmt->maxRows;
+          break;
+        case SQL_ATTR_NOSCAN:
+          v = stmt->noscan;
+          break;
+        case SQL_ATTR_CURSOR_TYPE:
+          v = SQL_CURSOR_FORWARD_ONLY;
+          break;
+        case SQL_ATTR_CONCURRENCY:
+          v = SQL_CONCUR_READ_ONLY;
+          break;
+        case SQL_ATTR_CURSOR_SENSITIVITY:
+          v = SQL_INSENSITIVE;
+          break;
+        case SQL_ATTR_CURSOR_SCROLLABLE:
+          v = SQL_NONSCROLLABLE;
+          break;
+        case SQL_ATTR_ASYNC_ENABLE:
+          v = SQL_ASYNC_ENABLE_OFF;
+          break;
+        case SQL_ATTR_ENABLE_AUTO_IPD:
+        case SQL_ATTR_METADATA_ID:
+          v = SQL_FALSE;
+          break;
+        case SQL_ATTR_RETRIEVE_DATA:
+          v = SQL_RD_ON;
+          break;
+        case SQL_ATTR_USE_BOOKMARKS:
+          v = SQL_UB_OFF;
+          break;
+        case SQL_ATTR_KEYSET_SIZE:
+        case SQL_ATTR_MAX_LENGTH:
+        case SQL_ATTR_QUERY_TIMEOUT:
+          v = 0;
+          break;
+        case SQL_ATTR_ROW_NUMBER:
+          v = stmt->row >= 0 && stmt->row < stmt->resultRows ? static_cast<SQLULEN>(stmt->row + 1)
+                                                             : 0;
+          break;
+        default:
+          return PostError(stmt, State::kInvalidOption,
+                           "Unknown statement attribute " + std::to_string(attr) + ".");
+      }
+  }
+  if (pointer) {
+    if (value) *static_cast<SQLPOINTER*>(value) = p;
+    if (length) *length = sizeof(SQLPOINTER);
+  } else {
+    if (value) *static_cast<SQLULEN*>(value) = v;
+    if (length) *length = sizeof(SQLULEN);
+  }
   return SQL_SUCCESS;
 }
 
@@ -50,7 +395,7 @@ SQLRETURN SQL_API SQLPrepare(SQLHSTMT handle, SQLCHAR* text, SQLINTEGER length) 
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!text) return PostError(stmt, "HY009", "No statement text.");
+  if (!text) return PostError(stmt, State::kInvalidNullPointer, "No statement text.");
   return Prepare(stmt, InText(text, length));
 }
 
@@ -58,7 +403,7 @@ SQLRETURN SQL_API SQLExecute(SQLHSTMT handle) {
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!stmt->prepared) return PostError(stmt, "HY010", "No statement was prepared.");
+  if (!stmt->prepared) return PostError(stmt, State::kSequenceError, "No statement was prepared.");
   return Run(stmt);
 }
 
@@ -66,7 +411,7 @@ SQLRETURN SQL_API SQLExecDirect(SQLHSTMT handle, SQLCHAR* text, SQLINTEGER lengt
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!text) return PostError(stmt, "HY009", "No statement text.");
+  if (!text) return PostError(stmt, State::kInvalidNullPointer, "No statement text.");
   SQLRETURN ret = Prepare(stmt, InText(text, length));
   return ret == SQL_SUCCESS ? Run(stmt) : ret;
 }
@@ -85,7 +430,8 @@ SQLRETURN SQL_API SQLDescribeParam(SQLHSTMT handle, SQLUSMALLINT number, SQLSMAL
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
   if (!stmt->prepared || number < 1 || number > stmt->parsed.parameterCount) {
-    return PostError(stmt, "07009", "No parameter " + std::to_string(number) + ".");
+    return PostError(stmt, State::kInvalidDescriptorIndex,
+                     "No parameter " + std::to_string(number) + ".");
   }
   if (type) *type = SQL_VARCHAR;
   if (size) *size = 255;
@@ -100,8 +446,18 @@ SQLRETURN SQL_API SQLBindParameter(SQLHSTMT handle, SQLUSMALLINT number, SQLSMAL
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (number < 1) return PostError(stmt, "07009", "Parameters are numbered from 1.");
-  if (ioType != SQL_PARAM_INPUT) return PostError(stmt, "HYC00", "Only input parameters.");
+  if (number < 1)
+    return PostError(stmt, State::kInvalidDescriptorIndex, "Parameters are numbered from 1.");
+  if (!buffer && !indicator) {
+    return PostError(
+        stmt, State::kInvalidNullPointer,
+        "Parameter " + std::to_string(number) + " has neither a value nor an indicator.");
+  }
+  if (bufferLength < 0) {
+    return PostError(stmt, State::kInvalidLength, "The buffer length is negative.");
+  }
+  if (ioType != SQL_PARAM_INPUT)
+    return PostError(stmt, State::kNotImplemented, "Only input parameters.");
   stmt->params[number] = ParamBinding{cType, sqlType, buffer, bufferLength, indicator};
   return SQL_SUCCESS;
 }
@@ -133,7 +489,7 @@ SQLRETURN SQL_API SQLCloseCursor(SQLHSTMT handle) {
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  if (!stmt->result) return PostError(stmt, "24000", "No cursor is open.");
+  if (!stmt->result) return PostError(stmt, State::kInvalidCursorState, "No cursor is open.");
   stmt->CloseCursor();
   return SQL_SUCCESS;
 }
@@ -142,38 +498,7 @@ SQLRETURN SQL_API SQLSetStmtAttr(SQLHSTMT handle, SQLINTEGER attr, SQLPOINTER va
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  auto v = static_cast<SQLULEN>(reinterpret_cast<SQLLEN>(value));
-  switch (attr) {
-    case SQL_ATTR_ROWS_FETCHED_PTR:
-      stmt->rowsFetched = static_cast<SQLULEN*>(value);
-      return SQL_SUCCESS;
-    case SQL_ATTR_ROW_STATUS_PTR:
-      stmt->rowStatus = static_cast<SQLUSMALLINT*>(value);
-      return SQL_SUCCESS;
-    case SQL_ATTR_MAX_ROWS:
-      stmt->maxRows = v;
-      return SQL_SUCCESS;
-    case SQL_ATTR_ROW_ARRAY_SIZE:
-    case SQL_ATTR_PARAMSET_SIZE:
-      if (v != 1) return PostWarning(stmt, "01S02", "Only one row at a time; value changed to 1.");
-      return SQL_SUCCESS;
-    case SQL_ATTR_CURSOR_TYPE:
-      if (v != SQL_CURSOR_FORWARD_ONLY) {
-        return PostWarning(stmt, "01S02", "Cursors are forward-only; value changed.");
-      }
-      return SQL_SUCCESS;
-    case SQL_ATTR_CONCURRENCY:
-      if (v != SQL_CONCUR_READ_ONLY) {
-        return PostWarning(stmt, "01S02", "Cursors are read-only; value changed.");
-      }
-      return SQL_SUCCESS;
-    case SQL_ATTR_APP_ROW_DESC:
-    case SQL_ATTR_APP_PARAM_DESC:
-      return PostError(stmt, "HYC00", "Explicit descriptors are not supported.");
-    default:
-      stmt->attrs[attr] = v;
-      return SQL_SUCCESS;
-  }
+  return SetStmtAttr(stmt, attr, value);
 }
 
 SQLRETURN SQL_API SQLGetStmtAttr(SQLHSTMT handle, SQLINTEGER attr, SQLPOINTER value, SQLINTEGER,
@@ -181,48 +506,7 @@ SQLRETURN SQL_API SQLGetStmtAttr(SQLHSTMT handle, SQLINTEGER attr, SQLPOINTER va
   Stmt* stmt = ToStmt(handle);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  SQLPOINTER p = nullptr;
-  switch (attr) {
-    case SQL_ATTR_APP_ROW_DESC:
-      p = &stmt->ard;
-      break;
-    case SQL_ATTR_APP_PARAM_DESC:
-      p = &stmt->apd;
-      break;
-    case SQL_ATTR_IMP_ROW_DESC:
-      p = &stmt->ird;
-      break;
-    case SQL_ATTR_IMP_PARAM_DESC:
-      p = &stmt->ipd;
-      break;
-    case SQL_ATTR_ROWS_FETCHED_PTR:
-      p = stmt->rowsFetched;
-      break;
-    case SQL_ATTR_ROW_STATUS_PTR:
-      p = stmt->rowStatus;
-      break;
-    default: {
-      SQLULEN v = 0;
-      if (attr == SQL_ATTR_ROW_ARRAY_SIZE || attr == SQL_ATTR_PARAMSET_SIZE)
-        v = 1;
-      else if (attr == SQL_ATTR_MAX_ROWS)
-        v = stmt->maxRows;
-      else if (attr == SQL_ATTR_CURSOR_TYPE)
-        v = SQL_CURSOR_FORWARD_ONLY;
-      else if (attr == SQL_ATTR_CONCURRENCY)
-        v = SQL_CONCUR_READ_ONLY;
-      else if (attr == SQL_ATTR_ROW_NUMBER)
-        v = stmt->row >= 0 ? static_cast<SQLULEN>(stmt->row + 1) : 0;
-      else if (auto it = stmt->attrs.find(attr); it != stmt->attrs.end())
-        v = it->second;
-      if (value) *static_cast<SQLULEN*>(value) = v;
-      if (length) *length = sizeof(SQLULEN);
-      return SQL_SUCCESS;
-    }
-  }
-  if (value) *static_cast<SQLPOINTER*>(value) = p;
-  if (length) *length = sizeof(SQLPOINTER);
-  return SQL_SUCCESS;
+  return GetStmtAttr(stmt, attr, value, length);
 }
 
 }  // extern "C"

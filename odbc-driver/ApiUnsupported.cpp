@@ -12,14 +12,14 @@ SQLRETURN NotOnStatement(SQLHSTMT h, const char* what) {
   Stmt* stmt = ToStmt(h);
   if (!stmt) return SQL_INVALID_HANDLE;
   ClearDiag(stmt);
-  return PostError(stmt, "HYC00", std::string(what) + " is not supported.");
+  return PostError(stmt, State::kNotImplemented, std::string(what) + " is not supported.");
 }
 
 SQLRETURN NotOnDescriptor(SQLHDESC h, const char* what) {
   Desc* desc = FromHandle<Desc>(h, HandleKind::kDesc);
   if (!desc) return SQL_INVALID_HANDLE;
   ClearDiag(desc);
-  return PostError(desc, "HYC00", std::string(what) + " is not supported.");
+  return PostError(desc, State::kNotImplemented, std::string(what) + " is not supported.");
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ bool CopyOutWide(const std::string& text, SQLWCHAR* out, SQLLEN capacity, SQLLEN
 SQLSMALLINT Small(SQLLEN v) { return static_cast<SQLSMALLINT>(std::min<SQLLEN>(v, 32767)); }
 
 SQLRETURN Cut(Handle* h, SQLRETURN ret) {
-  if (ret == SQL_SUCCESS && h) return PostWarning(h, "01004", "String data, right truncated.");
+  if (ret == SQL_SUCCESS && h) return PostWarning(h, State::kStringTruncated);
   return ret;
 }
 

@@ -11,8 +11,12 @@ namespace xlsodbc {
 
 namespace {
 
-ConvertResult Fail(const char* state, std::string message) {
+ConvertResult Fail(State state, std::string message) {
   return ConvertResult{SQL_ERROR, state, std::move(message)};
+}
+
+ConvertResult Warn(State state) {
+  return ConvertResult{SQL_SUCCESS_WITH_INFO, state, InfoOf(state).message};
 }
 
 bool ParseNumber(const std::string& s, double* d) {
@@ -32,25 +36,27 @@ ConvertResult PutInteger(const std::string& text, SQLPOINTER buffer, SQLLEN* ind
     if (text == "TRUE" || text == "FALSE") {
       d = text == "TRUE";
     } else {
-      return Fail("22018", "'" + text + "' is not a number.");
+      return Fail(State::kInvalidCharacterValue, "'" + text + "' is not a number.");
     }
   }
   double t = std::trunc(d);
   if (!std::isfinite(t) || t < static_cast<double>(std::numeric_limits<T>::min()) ||
       t > static_cast<double>(std::numeric_limits<T>::max())) {
-    return Fail("22003", "'" + text + "' is out of range for the requested type.");
+    return Fail(State::kNumericOutOfRange,
+                "'" + text + "' is out of range for the requested type.");
   }
   T v = static_cast<T>(t);
   if (buffer) std::memcpy(buffer, &v, sizeof v);
   if (indicator) *indicator = sizeof v;
-  if (t != d) return ConvertResult{SQL_SUCCESS_WITH_INFO, "01S07", "Fractional part dropped."};
+  if (t != d) return Warn(State::kFractionalTruncation);
   return ConvertResult{};
 }
 
 template <typename T>
 ConvertResult PutFloat(const std::string& text, SQLPOINTER buffer, SQLLEN* indicator) {
   double d;
-  if (!ParseNumber(text, &d)) return Fail("22018", "'" + text + "' is not a number.");
+  if (!ParseNumber(text, &d))
+    return Fail(State::kInvalidCharacterValue, "'" + text + "' is not a number.");
   T v = static_cast<T>(d);
   if (buffer) std::memcpy(buffer, &v, sizeof v);
   if (indicator) *indicator = sizeof v;
@@ -77,7 +83,7 @@ bool ParseTimestamp(const std::string& s, SQL_TIMESTAMP_STRUCT* ts) {
 // Delivers bytes[*offset...] into buffer, leaving room for a terminator of term bytes.
 ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, SQLPOINTER buffer,
                         SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset) {
-  if (*offset > 0 && *offset >= size) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+  if (*offset > 0 && *offset >= size) return ConvertResult{SQL_NO_DATA, State::kGeneralError, {}};
   std::size_t rest = size - *offset;
   if (indicator) *indicator = static_cast<SQLLEN>(rest);
   if (!buffer || bufferLength < 0 || static_cast<std::size_t>(bufferLength) < term) {
@@ -85,7 +91,7 @@ ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, S
       *offset = 1;  // an empty value is delivered once
       return ConvertResult{};
     }
-    return ConvertResult{SQL_SUCCESS_WITH_INFO, "01004", "String data, right truncated."};
+    return Warn(State::kStringTruncated);
   }
   std::size_t room = static_cast<std::size_t>(bufferLength) - term;
   room -= room % (term == 0 ? 1 : term);
@@ -93,8 +99,7 @@ ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, S
   std::memcpy(buffer, bytes + *offset, n);
   std::memset(static_cast<char*>(buffer) + n, 0, term);
   *offset += n;
-  if (n < rest)
-    return ConvertResult{SQL_SUCCESS_WITH_INFO, "01004", "String data, right truncated."};
+  if (n < rest) return Warn(State::kStringTruncated);
   if (size == 0) *offset = 1;
   return ConvertResult{};
 }
@@ -184,9 +189,10 @@ ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER
 ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPOINTER buffer,
                           SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset) {
   if (!text) {
-    if (*offset > 0) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+    if (*offset > 0) return ConvertResult{SQL_NO_DATA, State::kGeneralError, {}};
     *offset = 1;
-    if (!indicator) return Fail("22002", "NULL value but no indicator variable given.");
+    if (!indicator)
+      return Fail(State::kNullWithoutIndicator, InfoOf(State::kNullWithoutIndicator).message);
     *indicator = SQL_NULL_DATA;
     return ConvertResult{};
   }
@@ -204,7 +210,7 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
     default:
       break;
   }
-  if (*offset > 0) return ConvertResult{SQL_NO_DATA, nullptr, {}};
+  if (*offset > 0) return ConvertResult{SQL_NO_DATA, State::kGeneralError, {}};
   *offset = 1;
   const std::string whole(*text);
   switch (cType) {
@@ -237,7 +243,8 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
     case SQL_C_TYPE_DATE:
     case SQL_C_DATE: {
       SQL_TIMESTAMP_STRUCT ts;
-      if (!ParseTimestamp(whole, &ts)) return Fail("22018", "'" + whole + "' is not a date.");
+      if (!ParseTimestamp(whole, &ts))
+        return Fail(State::kInvalidCharacterValue, "'" + whole + "' is not a date.");
       if (cType == SQL_C_TYPE_DATE || cType == SQL_C_DATE) {
         SQL_DATE_STRUCT d{ts.year, ts.month, ts.day};
         if (buffer) std::memcpy(buffer, &d, sizeof d);
@@ -249,17 +256,82 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
       return ConvertResult{};
     }
     default:
-      return Fail("HY003", "C type " + std::to_string(cType) + " is not supported.");
+      return Fail(State::kInvalidCType, "C type " + std::to_string(cType) + " is not supported.");
   }
 }
 
+std::size_t FixedSizeOf(SQLSMALLINT cType) {
+  switch (cType) {
+    case SQL_C_LONG:
+    case SQL_C_SLONG:
+    case SQL_C_ULONG:
+      return sizeof(SQLINTEGER);
+    case SQL_C_SHORT:
+    case SQL_C_SSHORT:
+    case SQL_C_USHORT:
+      return sizeof(SQLSMALLINT);
+    case SQL_C_TINYINT:
+    case SQL_C_STINYINT:
+    case SQL_C_UTINYINT:
+    case SQL_C_BIT:
+      return 1;
+    case SQL_C_SBIGINT:
+    case SQL_C_UBIGINT:
+      return sizeof(SQLBIGINT);
+    case SQL_C_DOUBLE:
+      return sizeof(SQLDOUBLE);
+    case SQL_C_FLOAT:
+      return sizeof(SQLREAL);
+    case SQL_C_TYPE_TIMESTAMP:
+    case SQL_C_TIMESTAMP:
+      return sizeof(SQL_TIMESTAMP_STRUCT);
+    case SQL_C_TYPE_DATE:
+    case SQL_C_DATE:
+      return sizeof(SQL_DATE_STRUCT);
+    case SQL_C_TYPE_TIME:
+    case SQL_C_TIME:
+      return sizeof(SQL_TIME_STRUCT);
+    default:
+      return 0;
+  }
+}
+
+namespace {
+
+// A row-wise array may put a value at any address: read it bytewise.
+template <typename T>
+T Load(const void* p) {
+  T v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+
+ConvertResult DateText(const char* format, Value* out, int a, int b, int c, int d = 0, int e = 0,
+                       int f = 0) {
+  char buf[48];
+  std::snprintf(buf, sizeof buf, format, a, b, c, d, e, f);
+  out->kind = Value::Kind::kText;
+  out->text = buf;
+  return ConvertResult{};
+}
+
+}  // namespace
+
 ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN bufferLength,
                              SQLLEN* indicator, Value* out) {
-  if ((indicator && *indicator == SQL_NULL_DATA) || !buffer) {
+  SQLLEN len = indicator ? Load<SQLLEN>(indicator) : SQL_NTS;
+  if (len == SQL_NULL_DATA || !buffer) {
     out->kind = Value::Kind::kNull;
     return ConvertResult{};
   }
-  SQLLEN len = indicator ? *indicator : SQL_NTS;
+  if (len == SQL_DATA_AT_EXEC || len <= SQL_LEN_DATA_AT_EXEC_OFFSET) {
+    return Fail(State::kNotImplemented,
+                "Data at execution (SQL_DATA_AT_EXEC) is not supported: bind the value itself.");
+  }
+  if (len < 0 && len != SQL_NTS) {
+    return Fail(State::kInvalidLength,
+                "Parameter length " + std::to_string(len) + " is not valid.");
+  }
   auto number = [&](double d) {
     out->kind = Value::Kind::kNumber;
     out->number = d;
@@ -270,52 +342,74 @@ ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN buffer
     case SQL_C_DEFAULT:
     case SQL_C_BINARY: {
       const char* p = static_cast<const char*>(buffer);
-      std::size_t n =
-          len == SQL_NTS ? std::strlen(p) : static_cast<std::size_t>(std::max<SQLLEN>(len, 0));
-      if (len == SQL_NTS && bufferLength > 0)
-        n = std::min(n, static_cast<std::size_t>(bufferLength));
+      // A NUL-terminated value ends within its buffer when the buffer's size is known.
+      std::size_t n = len != SQL_NTS     ? static_cast<std::size_t>(len)
+                      : bufferLength > 0 ? strnlen(p, static_cast<std::size_t>(bufferLength))
+                                         : std::strlen(p);
       out->kind = Value::Kind::kText;
       out->text.assign(p, n);
       return ConvertResult{};
     }
     case SQL_C_WCHAR: {
-      const SQLWCHAR* p = static_cast<const SQLWCHAR*>(buffer);
       std::size_t n = 0;
-      if (len == SQL_NTS) {
-        while (p[n] != 0) ++n;
+      if (len != SQL_NTS) {
+        n = static_cast<std::size_t>(len) / sizeof(SQLWCHAR);
       } else {
-        n = static_cast<std::size_t>(std::max<SQLLEN>(len, 0)) / sizeof(SQLWCHAR);
+        auto limit =
+            bufferLength > 0 ? static_cast<std::size_t>(bufferLength) / sizeof(SQLWCHAR) : SIZE_MAX;
+        const char* p = static_cast<const char*>(buffer);
+        while (n < limit && Load<SQLWCHAR>(p + n * sizeof(SQLWCHAR)) != 0) ++n;
       }
+      std::u16string units(n, u'\0');
+      std::memcpy(units.data(), buffer, n * sizeof(SQLWCHAR));
       out->kind = Value::Kind::kText;
-      out->text = Utf16ToUtf8(p, n);
+      out->text = Utf16ToUtf8(reinterpret_cast<const SQLWCHAR*>(units.data()), n);
       return ConvertResult{};
     }
     case SQL_C_LONG:
     case SQL_C_SLONG:
-      return number(*static_cast<SQLINTEGER*>(buffer));
+      return number(Load<SQLINTEGER>(buffer));
     case SQL_C_ULONG:
-      return number(*static_cast<SQLUINTEGER*>(buffer));
+      return number(Load<SQLUINTEGER>(buffer));
     case SQL_C_SHORT:
     case SQL_C_SSHORT:
-      return number(*static_cast<SQLSMALLINT*>(buffer));
+      return number(Load<SQLSMALLINT>(buffer));
     case SQL_C_USHORT:
-      return number(*static_cast<SQLUSMALLINT*>(buffer));
+      return number(Load<SQLUSMALLINT>(buffer));
     case SQL_C_TINYINT:
     case SQL_C_STINYINT:
-      return number(*static_cast<SQLSCHAR*>(buffer));
+      return number(Load<SQLSCHAR>(buffer));
     case SQL_C_UTINYINT:
     case SQL_C_BIT:
-      return number(*static_cast<SQLCHAR*>(buffer));
+      return number(Load<SQLCHAR>(buffer));
     case SQL_C_SBIGINT:
-      return number(static_cast<double>(*static_cast<SQLBIGINT*>(buffer)));
+      return number(static_cast<double>(Load<SQLBIGINT>(buffer)));
     case SQL_C_UBIGINT:
-      return number(static_cast<double>(*static_cast<SQLUBIGINT*>(buffer)));
+      return number(static_cast<double>(Load<SQLUBIGINT>(buffer)));
     case SQL_C_DOUBLE:
-      return number(*static_cast<SQLDOUBLE*>(buffer));
+      return number(Load<SQLDOUBLE>(buffer));
     case SQL_C_FLOAT:
-      return number(*static_cast<SQLREAL*>(buffer));
+      return number(Load<SQLREAL>(buffer));
+    // Dates and times go in as the text cells read back as.
+    case SQL_C_TYPE_TIMESTAMP:
+    case SQL_C_TIMESTAMP: {
+      auto t = Load<SQL_TIMESTAMP_STRUCT>(buffer);
+      return DateText("%04d-%02d-%02d %02d:%02d:%02d", out, t.year, t.month, t.day, t.hour,
+                      t.minute, t.second);
+    }
+    case SQL_C_TYPE_DATE:
+    case SQL_C_DATE: {
+      auto d = Load<SQL_DATE_STRUCT>(buffer);
+      return DateText("%04d-%02d-%02d", out, d.year, d.month, d.day);
+    }
+    case SQL_C_TYPE_TIME:
+    case SQL_C_TIME: {
+      auto t = Load<SQL_TIME_STRUCT>(buffer);
+      return DateText("%02d:%02d:%02d", out, t.hour, t.minute, t.second);
+    }
     default:
-      return Fail("HYC00", "Parameters of C type " + std::to_string(cType) + " are not supported.");
+      return Fail(State::kNotImplemented,
+                  "Parameters of C type " + std::to_string(cType) + " are not supported.");
   }
 }
 

@@ -8,13 +8,14 @@
 #include <string>
 #include <string_view>
 
+#include "odbc-driver/Error.h"
 #include "odbc-driver/Sql.h"
 
 namespace xlsodbc {
 
 struct ConvertResult {
   SQLRETURN ret = SQL_SUCCESS;
-  const char* state = nullptr;  // with SQL_ERROR or SQL_SUCCESS_WITH_INFO
+  State state = State::kGeneralError;  // with SQL_ERROR or SQL_SUCCESS_WITH_INFO
   std::string message;
 };
 
@@ -32,7 +33,13 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
 std::u16string Utf8ToUtf16(std::string_view s);
 std::string Utf16ToUtf8(const SQLWCHAR* s, std::size_t units);
 
-// A bound parameter's current value.
+// The size of a value of a fixed-size C type (numbers, dates); 0 for text and binary, whose
+// size is the buffer's.
+std::size_t FixedSizeOf(SQLSMALLINT cType);
+
+// A bound parameter's current value. buffer and indicator may sit at any alignment; a
+// NUL-terminated value is read no further than bufferLength bytes when that is positive.
+// Data at execution answers HYC00, a negative length other than SQL_NTS/SQL_NULL_DATA HY090.
 ConvertResult ParameterValue(SQLSMALLINT cType, SQLPOINTER buffer, SQLLEN bufferLength,
                              SQLLEN* indicator, Value* out);
 

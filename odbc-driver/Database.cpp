@@ -310,4 +310,73 @@ Error Database::Close() {
   return e;
 }
 
+Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
+                             const std::vector<std::vector<Value>>& sets,
+                             std::vector<long>* rowCounts, std::size_t* failedSet) {
+  rowCounts->clear();
+  *failedSet = sets.size();
+  if (options_.readOnly) {
+    *failedSet = 0;
+    return Error(ErrorKind::kReadOnly,
+                 "The connection is read-only (READONLY=1): the workbook cannot be changed.");
+  }
+  Error e = Lock(true, true);
+  if (e.ok()) e = Refresh();
+  if (e.ok() && loaded_.exists) e = StartJournal();
+  if (!e.ok()) {
+    Unlock();
+    *failedSet = 0;
+    return e;
+  }
+  std::vector<std::uint8_t> records;
+  bool changed = false;
+  Error failed;
+  ExecOptions o;
+  o.firstRowHasNames = options_.firstRowHasNames;
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    Outcome out;
+    o.parameters = &sets[i];
+    failed = xlsodbc::Execute(st, o, &model_, &out);
+    if (!failed.ok()) {
+      *failedSet = i;
+      break;
+    }
+    rowCounts->push_back(out.rowCount);
+    if (!out.changed) continue;
+    changed = true;
+    if (loaded_.exists) {
+      std::vector<std::uint8_t> rec =
+          EncodeJournalRecord(JournalRecord{options_.firstRowHasNames, sql, sets[i]});
+      records.insert(records.end(), rec.begin(), rec.end());
+    }
+  }
+  if (changed) {
+    if (!loaded_.exists) {
+      e = Fold();  // the first change makes the file
+    } else {
+      e = WriteAt(journalFd_, applied_, records.data(), records.size());
+      if (e.ok() && Sys().fsync(journalFd_) != 0) {
+        e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
+      }
+      if (e.ok()) {
+        applied_ += records.size();
+        // A failed fold leaves the changes safe in the journal; the next statement tries again.
+        if (applied_ > loaded_.size) Fold();
+      } else {
+        Sys().ftruncate(journalFd_, static_cast<off_t>(applied_));
+        e = Error(ErrorKind::kIO, "The change was not saved. " + e.message());
+      }
+    }
+    if (!e.ok()) {
+      loaded_ = Unknown();  // the model holds changes the file does not
+      rowCounts->clear();
+      *failedSet = sets.size();
+      Unlock();
+      return e;
+    }
+  }
+  Unlock();
+  return failed;
+}
+
 }  // namespace xlsodbc

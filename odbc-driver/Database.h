@@ -71,10 +71,22 @@ class Database {
   // Hashing a large workbook costs as much as a quick query: a connection that only reads
   // and finds no journal never needs the hash, so it is taken when a journal is involved.
   bool baseHashKnown_ = false;
-  int journalFd_ = -1;          // open and locked during a statement
+  int journalFd_ = -1;  // open and locked during a statement
   bool locked_ = false;
   std::uint64_t applied_ = 0;  // journal bytes already in the model (0: none read yet)
   bool closed_ = false;
+
+ public:
+  // Arrays of parameters: runs st, which changes data, once per parameter set in order under
+  // one lock, and makes the changes durable together: one journal write and one sync at the
+  // end (or one fold when the batch creates the workbook), so N sets cost one sync, not N.
+  // Stops at the first set that fails; the sets before it are kept and saved, one count of
+  // rows each in *rowCounts. On failure *failedSet is that set's index, or sets.size() when
+  // saving failed: then no set is kept (rowCounts is empty) and the model is read again.
+  // A process that dies before this returns may leave any whole prefix of the sets saved.
+  Error ExecuteBatch(const std::string& sql, const Statement& st,
+                     const std::vector<std::vector<Value>>& sets, std::vector<long>* rowCounts,
+                     std::size_t* failedSet);
 };
 
 }  // namespace xlsodbc

@@ -2,62 +2,82 @@
 
 namespace xlsodbc {
 
-const char* SqlStateOf(ErrorKind kind) {
+State StateOf(ErrorKind kind) {
   switch (kind) {
     case ErrorKind::kNone:
-      return "00000";
+      break;
     case ErrorKind::kSyntax:
-      return "42000";
+      return State::kSyntaxError;
     case ErrorKind::kTableNotFound:
-      return "42S02";
+      return State::kTableNotFound;
     case ErrorKind::kTableExists:
-      return "42S01";
+      return State::kTableExists;
     case ErrorKind::kColumnNotFound:
-      return "42S22";
+      return State::kColumnNotFound;
     case ErrorKind::kValueCount:
-      return "21S01";
+      return State::kValueCountMismatch;
     case ErrorKind::kInvalidValue:
-      return "22018";
+      return State::kInvalidCharacterValue;
     case ErrorKind::kReadOnly:
-      return "HY000";
-    case ErrorKind::kWorkbookMissing:
-      return "08001";
     case ErrorKind::kWorkbookCorrupt:
-      return "HY000";
     case ErrorKind::kIO:
-      return "HY000";
-    case ErrorKind::kLocked:
-      return "HYT00";
-    case ErrorKind::kParameter:
-      return "07002";
-    case ErrorKind::kNotSupported:
-      return "HYC00";
-    case ErrorKind::kStringTooLong:
-      return "22001";
     case ErrorKind::kTableFull:
-      return "HY000";
+      return State::kGeneralError;
+    case ErrorKind::kWorkbookMissing:
+      return State::kUnableToConnect;
+    case ErrorKind::kLocked:
+      return State::kTimeout;
+    case ErrorKind::kParameter:
+      return State::kWrongParameterCount;
+    case ErrorKind::kNotSupported:
+      return State::kNotImplemented;
+    case ErrorKind::kStringTooLong:
+      return State::kStringTooLong;
     case ErrorKind::kTooComplex:
-      return "54001";
+      return State::kTooComplex;
     case ErrorKind::kTooManyColumns:
-      return "54011";
+      return State::kTooManyColumns;
   }
-  return "HY000";
+  return State::kGeneralError;
 }
 
-SQLRETURN PostError(Handle* h, const char* state, const std::string& message) {
-  h->diags.push_back(DiagRecord{state, kMessagePrefix + message, 0});
-  h->lastReturn = SQL_ERROR;
-  return SQL_ERROR;
+const char* SqlStateOf(ErrorKind kind) {
+  return kind == ErrorKind::kNone ? "00000" : CodeOf(StateOf(kind));
+}
+
+namespace {
+
+SQLRETURN Post(Handle* h, SQLRETURN ret, State state, const std::string& message) {
+  h->diags.push_back(DiagRecord{CodeOf(state), kMessagePrefix + message, 0});
+  h->lastReturn = ret;
+  return ret;
+}
+
+std::string DefaultMessage(State state) {
+  const char* m = InfoOf(state).message;
+  return m ? m : std::string("SQLSTATE ") + CodeOf(state) + ".";
+}
+
+}  // namespace
+
+SQLRETURN PostError(Handle* h, State state, const std::string& message) {
+  return Post(h, SQL_ERROR, state, message);
+}
+
+SQLRETURN PostError(Handle* h, State state) {
+  return Post(h, SQL_ERROR, state, DefaultMessage(state));
 }
 
 SQLRETURN PostError(Handle* h, const Error& e) {
-  return PostError(h, SqlStateOf(e.kind()), e.message());
+  return PostError(h, StateOf(e.kind()), e.message());
 }
 
-SQLRETURN PostWarning(Handle* h, const char* state, const std::string& message) {
-  h->diags.push_back(DiagRecord{state, kMessagePrefix + message, 0});
-  h->lastReturn = SQL_SUCCESS_WITH_INFO;
-  return SQL_SUCCESS_WITH_INFO;
+SQLRETURN PostWarning(Handle* h, State state, const std::string& message) {
+  return Post(h, SQL_SUCCESS_WITH_INFO, state, message);
+}
+
+SQLRETURN PostWarning(Handle* h, State state) {
+  return Post(h, SQL_SUCCESS_WITH_INFO, state, DefaultMessage(state));
 }
 
 }  // namespace xlsodbc

@@ -56,7 +56,7 @@ struct Dbc : Handle {
   bool autocommit = true;
   bool readOnlyAttr = false;
   bool changedSinceEndTran = false;
-  std::map<SQLINTEGER, SQLULEN> attrs;  // accepted attributes the driver does not act on
+  SQLPOINTER quietMode = nullptr;  // a window for dialogs: the driver never shows one
   std::vector<Stmt*> stmts;
 };
 
@@ -93,7 +93,7 @@ struct Stmt : Handle {
   // ask the result through two virtual calls each time. Set only through SetResult.
   long resultRows = 0;
   int resultColumns = 0;
-  long row = -1;  // current row of result; -1 before the first fetch
+  long row = -1;  // first row of the current rowset; -1 before the first fetch
   SQLLEN rowCount = -1;
 
   // SQLGetData in pieces: which column, and how far into its value.
@@ -104,10 +104,25 @@ struct Stmt : Handle {
   std::map<SQLUSMALLINT, ColumnBinding> columns;
   std::map<SQLUSMALLINT, ParamBinding> params;
 
-  SQLULEN maxRows = 0;
+  // Arrays of parameters: SQLExecute runs paramsetSize sets, element i of each bound
+  // parameter (see ElementAddress), and reports each set's outcome in paramStatus.
+  SQLULEN paramBindType = SQL_PARAM_BIND_BY_COLUMN;
+  SQLULEN* paramBindOffset = nullptr;
+  SQLULEN paramsetSize = 1;
+  SQLULEN* paramsProcessed = nullptr;
+  SQLUSMALLINT* paramStatus = nullptr;
+  SQLUSMALLINT* paramOperation = nullptr;  // SQL_PARAM_IGNORE skips a set
+
+  // Block fetches: SQLFetch fills rowArraySize rows of the bound columns.
+  SQLULEN rowBindType = SQL_BIND_BY_COLUMN;
+  SQLULEN* rowBindOffset = nullptr;
+  SQLULEN rowArraySize = 1;
   SQLULEN* rowsFetched = nullptr;
   SQLUSMALLINT* rowStatus = nullptr;
-  std::map<SQLINTEGER, SQLULEN> attrs;
+  long rowsetRows = 0;  // rows in the current rowset, which starts at row
+
+  SQLULEN maxRows = 0;
+  SQLULEN noscan = SQL_NOSCAN_OFF;  // the dialect has no escape clauses: either value holds
 
   // REQUIRES: r complete (no rows added later).
   void SetResult(std::unique_ptr<ResultSet> r) {
@@ -118,6 +133,7 @@ struct Stmt : Handle {
   void CloseCursor() {
     SetResult(nullptr);
     row = -1;
+    rowsetRows = 0;
     dataColumn = -1;
     dataOffset = 0;
   }
@@ -134,6 +150,19 @@ T* FromHandle(SQLHANDLE h, HandleKind kind) {
 inline Env* ToEnv(SQLHANDLE h) { return FromHandle<Env>(h, HandleKind::kEnv); }
 inline Dbc* ToDbc(SQLHANDLE h) { return FromHandle<Dbc>(h, HandleKind::kDbc); }
 inline Stmt* ToStmt(SQLHANDLE h) { return FromHandle<Stmt>(h, HandleKind::kStmt); }
+
+// Where element i of a bound array lies: base plus the bind offset (when offset is set) plus
+// i times the stride, which is bindType bytes for row-wise binding and elementSize for
+// column-wise (SQL_BIND_BY_COLUMN, 0). nullptr stays nullptr, as ODBC adds no offset to an
+// unbound pointer. Computed on integers: a client may bind offsets from a fake base.
+inline void* ElementAddress(void* base, SQLULEN bindType, std::size_t elementSize,
+                            const SQLULEN* offset, SQLULEN i) {
+  if (!base) return nullptr;
+  auto a = reinterpret_cast<std::uintptr_t>(base);
+  if (offset) a += *offset;
+  a += static_cast<std::uintptr_t>(i) * (bindType != 0 ? bindType : elementSize);
+  return reinterpret_cast<void*>(a);
+}
 
 // Copies text into an ODBC output string argument: NUL-terminated, truncated to fit, its
 // full length (without the NUL) in *outLen. True when it had to be cut.

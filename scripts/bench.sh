@@ -24,4 +24,5 @@ for name in "${wanted[@]}"; do
   [ -x "$build/$exe" ] || { echo "bench: $build/$exe was not built" >&2; exit 1; }
   echo "== $name"
   (cd "$build" && "./$exe")
+  if [ "$name" = odbc ]; then /usr/bin/python3 "$root/bench/odbc-driver/executemany_bench.py" "$build/odbc-driver/libxlsodbc.so"; fi
 done

@@ -36,7 +36,7 @@ TEST(ConvertTest, NumbersAndDates) {
     ConvertResult r = ConvertText(&text, c.type, buf, sizeof buf, &ind, &offset);
     EXPECT_EQ(r.ret, c.ret) << c.text << " as " << c.type;
     if (c.state) {
-      EXPECT_STREQ(r.state, c.state) << c.text;
+      EXPECT_STREQ(CodeOf(r.state), c.state) << c.text;
     }
   }
   std::string ts = "2023-03-15 18:00:05";
@@ -79,7 +79,8 @@ TEST(ConvertTest, NullAndEmptyValues) {
   EXPECT_EQ(ind, SQL_NULL_DATA);
   EXPECT_EQ(ConvertText(nullptr, SQL_C_CHAR, buf, sizeof buf, &ind, &offset).ret, SQL_NO_DATA);
   offset = 0;
-  EXPECT_STREQ(ConvertText(nullptr, SQL_C_CHAR, buf, sizeof buf, nullptr, &offset).state, "22002");
+  EXPECT_STREQ(CodeOf(ConvertText(nullptr, SQL_C_CHAR, buf, sizeof buf, nullptr, &offset).state),
+               "22002");
   std::string empty;
   offset = 0;
   EXPECT_EQ(ConvertText(&empty, SQL_C_CHAR, buf, sizeof buf, &ind, &offset).ret, SQL_SUCCESS);
