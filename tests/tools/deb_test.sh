@@ -24,6 +24,18 @@ cmake --build "$work/build" -j "${JOBS:-$(nproc)}" > "$work/build.log" || { tail
 (cd "$work/build" && cpack -G DEB -B "$work/debs" > "$work/cpack.log") || { tail -20 "$work/cpack.log"; exit 1; }
 
 version=$(sed -n 's/^project(spreadsheet VERSION \([0-9.]*\).*/\1/p' "$src/CMakeLists.txt")
+
+# The driver reports the same version as the packages, in ODBC's "MM.mm.pppp" form.
+printf 'Name,Qty\r\napple,3\r\n' > "$work/data.csv"
+driver_ver=$(cd "$work" && export ODBCSYSINI=$work/build/odbc-driver ODBCINSTINI=odbcinst.ini &&
+  "$work/build/tools/sheet/sheet" convert data.csv -s Fruit > /dev/null &&
+  /usr/bin/python3 -c 'import pyodbc, sys
+db = pyodbc.connect("DRIVER={Excel Workbook Driver (*.xls)};DBQ=" + sys.argv[1])
+print(db.getinfo(pyodbc.SQL_DRIVER_VER))' "$work/data.xls") || fail "reading SQL_DRIVER_VER"
+IFS=. read -r major minor patch <<< "$version"
+expected=$(printf '%02d.%02d.%04d' "$major" "$minor" "$patch")
+[ "$driver_ver" = "$expected" ] || fail "SQL_DRIVER_VER is '$driver_ver', not $expected"
+rm -f "$work/data.xls"
 arch=$(dpkg --print-architecture)
 libdir=usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 deb() { echo "$work/debs/$1_$version-1_$arch.deb"; }
@@ -77,7 +89,6 @@ installed=yes
 DEBIAN_FRONTEND=noninteractive apt-get install -y -q "$work"/debs/*.deb > "$work/apt.log" ||
   { tail -20 "$work/apt.log"; fail "apt-get install"; }
 odbcinst -q -d -n "$driver" | grep -q "^Driver *= */$libdir/odbc/libxlsodbc.so" || fail "driver not registered"
-printf 'Name,Qty\r\napple,3\r\n' > "$work/data.csv"
 (cd "$work" && sheet convert data.csv -s Fruit > /dev/null) || fail "installed sheet convert"
 out=$(echo "SELECT Qty FROM [Fruit\$] WHERE Name = 'apple'" |
   isql -b -d, -k "DRIVER={$driver};DBQ=$work/data.xls" 2>&1) || fail "isql: $out"

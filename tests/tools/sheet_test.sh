@@ -62,6 +62,7 @@ fails "convert missing" 1 "sheet: convert: $m: $enoent" -- convert "$m"
 fails "cat a folder" 1 "sheet: cat: $dir: Is a directory" -- cat "$dir"
 fails "add to a folder" 1 "sheet: add: $dir: Is a directory" -- add "$dir" -d ';' x
 fails "row past the end" 1 "sheet: cell: $f: Error reading row" -- cell "$f" 2 9 -d ';'
+fails "column past the last" 1 "sheet: cell: $f: column 9 is past the last column (2)" -- cell "$f" 9 2 -d ';'
 fails "unknown header" 1 "sheet: cell: $f: Invalid field name or column alphabet" -- cell "$f" Nope 2 -d ';'
 fails "usage" 2 $'sheet: cell takes a file, a column and a row\nusage: sheet cell FILE COL ROW [-d D | -s S]' -- cell "$f" 1 -d ';'
 fails "empty delimiter" 2 $'sheet: the delimiter cannot be empty\nusage: sheet cat FILE [-d DELIM | -s SHEET]' -- cat "$f" -d ''
@@ -76,6 +77,10 @@ check "version" "sheet $version" "$("$sheet" --version | head -1)"
 # The README shows the tool's own usage text, between its two markers.
 check "README usage is the tool's" "$(cat "$dir/help")" \
   "$(sed -n '/<!-- sheet --help -->/,/<!-- end -->/p' "$source_dir/README.md" | sed '1,2d;$d' | sed '$d')"
+# ... and so does the man page, one entry per command.
+for command in $(sed -n 's/^  sheet \([a-z]*\) .*/\1/p' "$dir/help"); do
+  check "man page has $command" yes "$(grep -q "^\.BI \"$command " "$source_dir/tools/sheet/sheet.1" && echo yes)"
+done
 
 if [ -n "$odbcinst" ] && [ -f "$odbcinst" ]; then
   cp "$odbcinst" "$dir/odbcinst.ini"

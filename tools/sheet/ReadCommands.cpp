@@ -100,6 +100,19 @@ int Cell(const Args& args) {
     // One or two letters name a column by position; anything else is a header text.
     ok = s.ReadCell(value, CString(col.c_str()), row, IsLetters(col));
   }
+  if (!ok && s.GetLastError().IsEmpty()) {
+    // The class gives no message for a column number past the sheet's columns.
+    if (number > s.GetTotalColumns()) {
+      return FailWith("cell", in.name(),
+                      "column " + std::to_string(number) + " is past the last column (" +
+                          std::to_string(s.GetTotalColumns()) + ")");
+    }
+    if (row > s.GetTotalRows()) {
+      return FailWith("cell", in.name(),
+                      "row " + std::to_string(row) + " is past the last row (" +
+                          std::to_string(s.GetTotalRows()) + ")");
+    }
+  }
   if (!ok) return Fail("cell", in.name(), s);
   std::fwrite(value.GetString(), 1, value.GetLength(), stdout);
   std::fputc('\n', stdout);
