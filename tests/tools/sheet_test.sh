@@ -77,6 +77,14 @@ check "version" "sheet $version" "$("$sheet" --version | head -1)"
 # The README shows the tool's own usage text, between its two markers.
 check "README usage is the tool's" "$(cat "$dir/help")" \
   "$(sed -n '/<!-- sheet --help -->/,/<!-- end -->/p' "$source_dir/README.md" | sed '1,2d;$d' | sed '$d')"
+# The progress bar goes to a terminal only.
+seq 1 3000 | sed 's/$/;x\r/' > "$dir/long.csv"
+script -qec "$(printf '%q ' env SHEET_PROGRESS_AFTER=0 "$sheet" cat "$dir/long.csv" -d ';') > /dev/null" /dev/null \
+  > "$dir/tty"
+check "progress bar on a terminal" yes "$(grep -q 'sheet: cat \[#*  *\] [0-9]*/3000' "$dir/tty" && echo yes)"
+SHEET_PROGRESS_AFTER=0 "$sheet" cat "$dir/long.csv" -d ';' > /dev/null 2> "$dir/err"
+check "no progress bar elsewhere" "" "$(cat "$dir/err")"
+
 # ... and so does the man page, one entry per command.
 for command in $(sed -n 's/^  sheet \([a-z]*\) .*/\1/p' "$dir/help"); do
   check "man page has $command" yes "$(grep -q "^\.BI \"$command " "$source_dir/tools/sheet/sheet.1" && echo yes)"

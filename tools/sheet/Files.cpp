@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -80,10 +81,20 @@ Input::~Input() {
   fs::remove_all(folder_, ec);
 }
 
+// SHEET_PROGRESS_AFTER (milliseconds) moves the one second a job runs before its bar shows.
+std::chrono::milliseconds ProgressDelay() {
+  const char* text = std::getenv("SHEET_PROGRESS_AFTER");
+  if (!text || !*text) return std::chrono::seconds(1);
+  char* end = nullptr;
+  const long ms = std::strtol(text, &end, 10);
+  return *end || ms < 0 ? std::chrono::seconds(1) : std::chrono::milliseconds(ms);
+}
+
 Progress::Progress(const char* label, long total)
     : label_(label),
       total_(total),
       terminal_(total > 0 && StderrIsTerminal()),
+      delay_(ProgressDelay()),
       start_(std::chrono::steady_clock::now()),
       last_(start_) {}
 
@@ -94,8 +105,7 @@ Progress::~Progress() {
 void Progress::Update(long done) {
   if (!terminal_) return;
   const auto now = std::chrono::steady_clock::now();
-  if (now - start_ < std::chrono::seconds(1) || now - last_ < std::chrono::milliseconds(100))
-    return;
+  if (now - start_ < delay_ || (drawn_ && now - last_ < std::chrono::milliseconds(100))) return;
   last_ = now;
   constexpr int kWidth = 30;
   const int filled = static_cast<int>(kWidth * (done > total_ ? total_ : done) / total_);

@@ -34,8 +34,9 @@ class Input {
   std::string path_, name_, error_, folder_;
 };
 
-// A bar on standard error for work that has run over a second, when standard error is a
-// terminal; redrawn at most ten times a second, erased when done.
+// A bar on standard error for work that has run over a second (SHEET_PROGRESS_AFTER
+// milliseconds when set), when standard error is a terminal; redrawn at most ten times a
+// second, erased when done.
 class Progress {
  public:
   Progress(const char* label, long total);
@@ -49,6 +50,7 @@ class Progress {
   long total_;
   bool terminal_;
   bool drawn_ = false;
+  std::chrono::milliseconds delay_;
   std::chrono::steady_clock::time_point start_, last_;
 };
 
