@@ -120,10 +120,14 @@ book = xlwt.Workbook()
 sheet = book.add_sheet("Full")
 for r in range(65536):
     sheet.write(r, 0, "Name" if r == 0 else "n%d" % r)
+    sheet.write(r, 1, "Qty" if r == 0 else str(r))
 book.save(sys.argv[1])
 PY
   fails "add on a full sheet" 1 "sheet: add: $dir/full.xls: sheet \"Full\" is full (65536 rows, the most a .xls sheet holds)" \
-    -- add "$dir/full.xls" -s Full --force x
+    -- add "$dir/full.xls" -s Full --force x 1
+  fails "set on a full sheet" 1 \
+    "sheet: set: $dir/full.xls: column Qty of row 2 reads \"1\", not \"9\" (the sheet is full: 65536 rows)" \
+    -- set "$dir/full.xls" Qty 2 9 -s Full --force
   "$sheet" clear "$b" -s S; check "clear drops the sheet" 0 $?
   fails "clear it again" 1 "sheet: clear: $b: no sheet named \"S\"" -- clear "$b" -s S
 fi

@@ -73,19 +73,24 @@ int VerifyWorkbook(const char* command, const std::string& file, const Options& 
                         ", not " + std::to_string(expected) +
                         (now > expected ? ": the class's save inserted rows again" : ""));
   }
+  const std::string full = now >= kSheetRows ? " (the sheet is full: 65536 rows)" : "";
+  if (!column.IsEmpty()) {
+    CString cell;
+    if (!after.ReadCell(cell, column, row, IsColumnLetters(column.GetString())) ||
+        cell != values[0]) {
+      return FailWith(command, file,
+                      std::string("column ") + column.GetString() + " of row " +
+                          std::to_string(row) + " reads \"" + cell.GetString() + "\", not \"" +
+                          values[0].GetString() + "\"" + full);
+    }
+    return 0;
+  }
   CStringArray got;
-  CString cell;
-  const bool same = column.IsEmpty()
-                        ? (after.ReadRow(got, row) && got.GetSize() >= values.GetSize() &&
-                           [&] {
-                             for (INT_PTR i = 0; i < values.GetSize(); ++i)
-                               if (got[i] != values[i]) return false;
-                             return true;
-                           }())
-                        : (after.ReadCell(cell, column, row, IsColumnLetters(column.GetString())) &&
-                           cell == values[0]);
+  bool same = after.ReadRow(got, row) && got.GetSize() >= values.GetSize();
+  for (INT_PTR i = 0; same && i < values.GetSize(); ++i) same = got[i] == values[i];
   if (!same)
-    return FailWith(command, file, "row " + std::to_string(row) + " does not hold the new values");
+    return FailWith(command, file,
+                    "row " + std::to_string(row) + " does not hold the new values" + full);
   return 0;
 }
 
