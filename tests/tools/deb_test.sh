@@ -89,6 +89,8 @@ installed=yes
 DEBIAN_FRONTEND=noninteractive apt-get install -y -q "$work"/debs/*.deb > "$work/apt.log" ||
   { tail -20 "$work/apt.log"; fail "apt-get install"; }
 odbcinst -q -d -n "$driver" | grep -q "^Driver *= */$libdir/odbc/libxlsodbc.so" || fail "driver not registered"
+[ "$(sheet --version | head -1)" = "sheet $version" ] || fail "installed sheet --version: $(sheet --version)"
+[ "$(pkg-config --modversion spreadsheet)" = "$version" ] || fail "installed spreadsheet.pc"
 (cd "$work" && sheet convert data.csv -s Fruit > /dev/null) || fail "installed sheet convert"
 out=$(echo "SELECT Qty FROM [Fruit\$] WHERE Name = 'apple'" |
   isql -b -d, -k "DRIVER={$driver};DBQ=$work/data.xls" 2>&1) || fail "isql: $out"
