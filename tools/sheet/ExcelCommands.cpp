@@ -32,7 +32,7 @@ void PrintFields(const CStringArray& values) {
   std::fputc('\n', stdout);
 }
 
-// SQL text for a value or a name: quoted, the quote doubled.
+// A value as SQL text: quoted, any quote in it doubled.
 std::string Quoted(const CString& value) {
   std::string out = "'";
   for (const char* p = value.GetString(); *p; ++p) {
