@@ -67,7 +67,7 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_DRIVER_NAME:
       return text("libxlsodbc.so");
     case SQL_DRIVER_VER:
-      return text("00.01.0000");
+      return text(XLSODBC_DRIVER_VER);
     case SQL_DRIVER_ODBC_VER:
       return text("03.00");
     case SQL_ODBC_VER:

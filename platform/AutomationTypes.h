@@ -18,7 +18,7 @@
 
 typedef std::int32_t DISPID;
 typedef std::int32_t SCODE;
-typedef std::uint32_t ULONG;
+typedef unsigned long ULONG;  // as in <windows.h> and unixODBC's <sqltypes.h>
 typedef unsigned short VARTYPE;
 typedef short VARIANT_BOOL;
 typedef wchar_t OLECHAR;

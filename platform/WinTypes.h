@@ -13,11 +13,21 @@
 #else
 #include <cstdint>
 
+// unixODBC's <sqltypes.h> declares several of these names for programs without
+// <windows.h>: each typedef below names the very type sqltypes.h gives it (a repeated
+// typedef of the same type is allowed), and BOOL, which sqltypes.h makes a macro, is left
+// to that macro when it came first. Callers include either header first.
+#ifndef BOOL
 typedef int BOOL;
+#endif
 typedef unsigned int UINT;
-typedef std::uint8_t BYTE;
-typedef std::uint16_t WORD;
-typedef std::uint32_t DWORD;
+typedef unsigned char BYTE;
+typedef unsigned short WORD;
+#if __SIZEOF_LONG__ == 4
+typedef unsigned long DWORD;
+#else
+typedef unsigned int DWORD;
+#endif
 typedef std::int32_t LONG;
 typedef std::int32_t HRESULT;
 typedef std::intptr_t INT_PTR;

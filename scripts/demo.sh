@@ -5,7 +5,7 @@
 # with BUILD_DIR, SHEET and SAMPLE_DIR set).
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-"$root/scripts/deps.sh"
+"$root/scripts/deps.sh" demo
 
 build=${BUILD_DIR:-$root/build}
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DSPREADSHEET_BUILD_TESTS=OFF > /dev/null

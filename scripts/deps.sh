@@ -1,11 +1,17 @@
 #!/usr/bin/env bash
-# Installs the Debian packages listed in scripts/packages/*.txt that are not yet installed.
-# Each component keeps its own list there; lines starting with # are comments.
-# `deps.sh bench` also installs scripts/packages/bench/*.txt: tools only the benchmarks run.
+# Installs the Debian packages of one set that are not yet installed:
+#   deps.sh demo    scripts/packages/demo.txt: what scripts/demo.sh runs
+#   deps.sh [test]  every scripts/packages/*.txt: what the tests build and run against
+#   deps.sh bench   those and scripts/packages/bench/*.txt: tools only the benchmarks run
+# Each component keeps its own list; lines starting with # are comments.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-lists=("$here"/packages/*.txt)
-if [ "${1:-}" = bench ]; then lists+=("$here"/packages/bench/*.txt); fi
+case ${1:-test} in
+  demo) lists=("$here"/packages/demo.txt) ;;
+  test) lists=("$here"/packages/*.txt) ;;
+  bench) lists=("$here"/packages/*.txt "$here"/packages/bench/*.txt) ;;
+  *) echo "usage: deps.sh [demo | test | bench]" >&2; exit 2 ;;
+esac
 mapfile -t wanted < <(cat "${lists[@]}" | sed -e 's/#.*//' -e 's/[[:space:]]//g' | grep -v '^$' | sort -u)
 missing=()
 for p in "${wanted[@]}"; do

@@ -7,7 +7,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 started=$(date +%s)
 stamp() { echo "== $1 after $(( $(date +%s) - started )) s"; }
-"$root/scripts/deps.sh"
+"$root/scripts/deps.sh" test
 stamp "packages"
 
 build=${BUILD_DIR:-$root/build-test}

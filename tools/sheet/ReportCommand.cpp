@@ -19,8 +19,6 @@ namespace sheet {
 
 namespace {
 
-constexpr const char* kUsage =
-    "report OUT.xls [--rms N] [--price-protection N] [--script-validation N]";
 constexpr long kMaxRows = 65532;  // data rows below the three heading rows of a sheet
 
 [[nodiscard]] bool ParseCount(const std::string& text, long* out) {
@@ -47,17 +45,17 @@ int Report(const Args& args) {
       if (args[i] == names[k]) which = k;
     if (which >= 0) {
       if (i + 1 >= args.size() || !ParseCount(args[i + 1], &counts[which]))
-        return Usage(args[i] + " needs a row count from 0 to 65532", kUsage);
+        return Usage(args[i] + " needs a row count from 0 to 65532", "report");
       ++i;
     } else if (!args[i].empty() && args[i][0] == '-') {
-      return Usage("unknown option " + args[i], kUsage);
+      return Usage("unknown option " + args[i], "report");
     } else if (out.empty()) {
       out = args[i];
     } else {
-      return Usage("one output file only", kUsage);
+      return Usage("one output file only", "report");
     }
   }
-  if (out.empty()) return Usage("missing OUT.xls", kUsage);
+  if (out.empty()) return Usage("missing OUT.xls", "report");
 
   std::error_code ec;
   std::string target = std::filesystem::absolute(out, ec).string();

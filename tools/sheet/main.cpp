@@ -6,50 +6,62 @@
 
 #include "platform/CString.h"
 #include "tools/sheet/Commands.h"
+#include "tools/sheet/Usage.h"
 
 namespace {
 
 struct Command {
   const char* name;
   int (*run)(const sheet::Args&);
-  const char* help;
 };
 
 const Command kCommands[] = {
-    {"cat", sheet::Cat, "cat FILE [-d DELIM | -s SHEET]       print every row as the class reads it"},
-    {"cell", sheet::Cell, "cell FILE COL ROW [-d D | -s S]      print one cell (COL: number, letters or header)"},
-    {"info", sheet::Info, "info FILE [-d D | -s S]              mode, rows, columns, header, last error"},
-    {"set", sheet::Set, "set FILE COL ROW VALUE [-d D | -s S] write one cell"},
-    {"add", sheet::Add, "add FILE [-d D | -s S] VALUE...      append a row"},
-    {"insert", sheet::Insert, "insert FILE ROW [-d D | -s S] VALUE... insert a row before ROW"},
-    {"clear", sheet::Clear, "clear FILE [-d D | -s S]             empty the file (or drop the sheet)"},
-    {"convert", sheet::Convert, "convert FILE [-s SHEET] [-d DELIM]   text file <-> workbook"},
-    {"sql", sheet::Sql, "sql BOOK.xls \"STATEMENT\"              run one statement through the ODBC driver"},
+    {"cat", sheet::Cat},       {"cell", sheet::Cell},       {"info", sheet::Info},
+    {"set", sheet::Set},       {"add", sheet::Add},         {"insert", sheet::Insert},
+    {"clear", sheet::Clear},   {"convert", sheet::Convert}, {"sql", sheet::Sql},
 #ifndef _WIN32  // on Windows the report is shown by Excel itself, not saved by this tool
-    {"report", sheet::Report, "report OUT.xls --rms N --price-protection N --script-validation N"},
+    {"report", sheet::Report},
 #endif
 };
 
-void PrintUsage(std::FILE* out) {
-  std::fprintf(out, "usage: sheet COMMAND ARGS...\n\n");
-  for (const Command& c : kCommands) std::fprintf(out, "  sheet %s\n", c.help);
-  std::fprintf(out,
-               "\nFiles ending in .xls are workbooks reached through ODBC; any other file is a\n"
-               "delimited text file (default delimiter \",\"). Rows count from 1, row 1 being the\n"
-               "header.\n");
-}
+bool IsHelp(const char* arg) { return !std::strcmp(arg, "-h") || !std::strcmp(arg, "--help"); }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2 || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help") ||
-      !std::strcmp(argv[1], "help")) {
-    PrintUsage(argc < 2 ? stderr : stdout);
-    return argc < 2 ? 2 : 0;
+  if (argc < 2) {
+    sheet::PrintUsage(stderr);
+    return 2;
+  }
+  const std::string first = argv[1];
+  if (IsHelp(argv[1]) || (first == "help" && argc == 2)) {
+    sheet::PrintUsage(stdout);
+    return 0;
+  }
+  if (first == "--version" || first == "-V") {
+    sheet::PrintVersion(stdout);
+    return 0;
+  }
+  if (first == "help") {  // sheet help COMMAND
+    const sheet::CommandHelp* help = sheet::FindHelp(argv[2]);
+    if (!help) {
+      std::fprintf(stderr, "sheet: unknown command '%s'\n", argv[2]);
+      return 2;
+    }
+    sheet::PrintCommandHelp(*help, stdout);
+    return 0;
   }
   const sheet::Args args(argv + 2, argv + argc);
   for (const Command& c : kCommands) {
-    if (std::strcmp(argv[1], c.name) != 0) continue;
+    if (first != c.name) continue;
+    // --help anywhere before a "--" asks for help; a file named so is given after "--".
+    for (const std::string& a : args) {
+      if (a == "--") break;
+      if (IsHelp(a.c_str())) {
+        sheet::PrintCommandHelp(*sheet::FindHelp(c.name), stdout);
+        return 0;
+      }
+    }
     try {
       return c.run(args);
     } catch (CException* e) {
@@ -61,6 +73,6 @@ int main(int argc, char** argv) {
     }
   }
   std::fprintf(stderr, "sheet: unknown command '%s'\n\n", argv[1]);
-  PrintUsage(stderr);
+  sheet::PrintUsage(stderr);
   return 2;
 }

@@ -12,6 +12,7 @@ printf "['']\nDatabase = %s/peer.db\n" "$dir" > "$dir/odbc.ini"
 export ODBCSYSINI=$dir ODBCINSTINI=odbcinst.ini ODBCINI=$dir/odbc.ini
 fail() { echo "FAIL: $*"; exit 1; }
 book=$dir/book.xls
+: > "$book"  # sheet reads only files that exist; the peer keeps the data in peer.db
 
 "$sheet" sql "$book" 'CREATE TABLE [T$A1:IV65536] (Name, Qty)'
 "$sheet" sql "$book" "INSERT INTO [T\$A1:IV65536] VALUES ('apple', 3)"
@@ -21,7 +22,7 @@ out=$("$sheet" sql "$book" 'SELECT * FROM [T$A1:IV65536]')
 
 # The driver's message, exit 1.
 if err=$("$sheet" sql "$book" 'SELEC oops' 2>&1); then fail "a bad statement succeeded"; fi
-[ "$err" = 'sheet: sql: [SQLite]near "SELEC": syntax error (1)' ] || fail "sql error printed: $err"
+[ "$err" = "sheet: sql: $book: [SQLite]near \"SELEC\": syntax error (1)" ] || fail "sql error printed: $err"
 
 # Workbook to text, then refused when the target holds rows.
 [ "$("$sheet" convert "$book" -s T -d ';')" = "$dir/book.csv" ] || fail "convert did not name its target"
@@ -29,7 +30,7 @@ if err=$("$sheet" sql "$book" 'SELEC oops' 2>&1); then fail "a bad statement suc
 if "$sheet" convert "$book" -s T -d ';' 2> "$dir/err"; then fail "convert overwrote a full target"; fi
 grep -q 'already holds rows' "$dir/err" || fail "refusal said: $(cat "$dir/err")"
 
-# A big sheet gets a progress line on stderr.
+# A big sheet gets a progress line on stderr when that is a terminal.
 /usr/bin/python3 - "$dir/peer.db" <<'PY'
 import sqlite3, sys
 db = sqlite3.connect(sys.argv[1])
@@ -38,8 +39,11 @@ db.executemany('INSERT INTO "Big$A1:IV65536" VALUES (?, ?)', ((i, 'v%d' % i) for
 db.commit()
 PY
 rm -f "$dir/book.csv"
-"$sheet" convert "$book" -s Big -d , > /dev/null 2> "$dir/err"
+script -qec "$(printf '%q ' "$sheet" convert "$book" -s Big -d ,)" /dev/null > "$dir/err"
 grep -q '^sheet: convert: 12001 rows x 2 columns' "$dir/err" || fail "no progress line: $(cat "$dir/err")"
+rm -f "$dir/book.csv"
+"$sheet" convert "$book" -s Big -d , > /dev/null 2> "$dir/err"
+[ ! -s "$dir/err" ] || fail "progress line without a terminal: $(cat "$dir/err")"
 [ "$(wc -l < "$dir/book.csv")" -eq 12001 ] || fail "big csv has $(wc -l < "$dir/book.csv") lines"
 
 # Usage errors exit 2.
