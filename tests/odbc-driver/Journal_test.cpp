@@ -8,13 +8,17 @@
 #include <fstream>
 #include <iterator>
 
+#include "fileio/SysCalls.h"
 #include "odbc-driver/Database.h"
-#include "odbc-driver/FileIo.h"
 #include "odbc-driver/Journal.h"
+#include "odbc-driver/WorkbookStore.h"
+#include "tests/support/FailNth.h"
 #include "xls/Xls.h"
 
 namespace xlsodbc {
 namespace {
+
+using testing_support::FailNth;
 
 TEST(JournalTest, RecordsRoundTripAndStopAtDamage) {
   std::vector<Value> params(3);
@@ -64,7 +68,7 @@ class DatabaseTest : public ::testing::Test {
     path_ = dir_ + "/book.xls";
   }
   void TearDown() override {
-    ResetSys();
+    fileio::ResetSysCalls();
     std::filesystem::remove_all(dir_);
   }
   Error Open(std::unique_ptr<Database>* db, bool readOnly = false) {
@@ -105,7 +109,7 @@ TEST_F(DatabaseTest, WholeFileReadsBigAndGrowingFiles) {
   std::ofstream(path_, std::ios::binary | std::ios::trunc) << "tiny";
   static std::size_t served;
   served = 0;
-  Sys().read = [](int, void* buf, size_t n) -> ssize_t {
+  fileio::Sys().read = [](int, void* buf, size_t n) -> ssize_t {
     const std::size_t left = 10000 - served, take = std::min({n, left, std::size_t{7}});
     for (std::size_t i = 0; i < take; ++i)
       static_cast<char*>(buf)[i] = static_cast<char>('a' + (served + i) % 26);
@@ -117,47 +121,46 @@ TEST_F(DatabaseTest, WholeFileReadsBigAndGrowingFiles) {
   for (std::size_t i = 0; i < bytes.size(); ++i) ASSERT_EQ(bytes.data()[i], 'a' + i % 26) << i;
 }
 
-// Each write call of a statement fails in turn (the Nth pwrite, fsync or rename); afterwards
-// the file on disk is whole and holds the state before or after the statement, and the
-// connection's next statement sees the file's state, not its own failed change.
-TEST_F(DatabaseTest, FailedWritesLeaveTheOldOrTheNewWorkbook) {
+// Each file call of a statement and of the fold at disconnect fails in turn, once or for
+// good (an INSERT appends to the journal, Close folds it into the workbook); afterwards the
+// file on disk is whole and holds the state before or after the statement, the journal
+// holds nothing the statement's result denies, and the connection's next statement sees
+// the file's state, not its own failed change.
+TEST_F(DatabaseTest, FailedCallsLeaveTheOldOrTheNewWorkbook) {
   {
     std::unique_ptr<Database> db;
     ASSERT_TRUE(Open(&db).ok());
     ASSERT_TRUE(Run(db.get(), "CREATE TABLE [S] ([n] char(255))").ok());
   }
-  static int budget;
-  for (int n = 0; n < 12; ++n) {
-    int before = RowsOnDisk();
-    ASSERT_GE(before, 0);
-    std::unique_ptr<Database> db;
-    ASSERT_TRUE(Open(&db).ok());
-    budget = n;
-    Sys().pwrite = [](int fd, const void* b, size_t len, off_t off) -> ssize_t {
-      if (budget-- == 0) return errno = EIO, -1;
-      return ::pwrite(fd, b, len, off);
-    };
-    Sys().fsync = [](int fd) -> int {
-      if (budget-- == 0) return errno = EIO, -1;
-      return ::fsync(fd);
-    };
-    Sys().rename = [](const char* a, const char* b) -> int {
-      if (budget-- == 0) return errno = EIO, -1;
-      return ::rename(a, b);
-    };
-    Error e = Run(db.get(), "INSERT INTO [S] VALUES (" + std::to_string(n) + ")");
-    Error closed = db->Close();
-    ResetSys();
-    db.reset();
-    int after = RowsOnDisk();
-    EXPECT_TRUE(after == before || after == before + 1) << n;
-    // A statement that reported success is in the file once a connection has folded it.
-    std::unique_ptr<Database> check;
-    ASSERT_TRUE(Open(&check).ok());
-    check->Close();
-    int folded = RowsOnDisk();
-    EXPECT_EQ(folded, before + (e.ok() ? 1 : 0))
-        << "write " << n << ": " << e.message() << " / " << closed.message();
+  for (FailNth::Mode mode : {FailNth::kOnce, FailNth::kForGood}) {
+    bool completed = false;
+    for (int n = 1; !completed; ++n) {
+      ASSERT_LE(n, 200) << "the statement never completed";
+      int before = RowsOnDisk();
+      ASSERT_GE(before, 0);
+      std::unique_ptr<Database> db;
+      ASSERT_TRUE(Open(&db).ok());
+      Error e, closed;
+      {
+        FailNth fail(n, mode);
+        e = Run(db.get(), "INSERT INTO [S] VALUES (" + std::to_string(n) + ")");
+        closed = db->Close();
+        completed = !fail.fired();
+      }
+      db.reset();
+      int after = RowsOnDisk();
+      EXPECT_TRUE(after == before || after == before + 1) << n;
+      // A statement that reported success is in the file once a connection has folded it.
+      std::unique_ptr<Database> check;
+      ASSERT_TRUE(Open(&check).ok());
+      check->Close();
+      // Only an error that says the change may have been saved leaves it open.
+      const bool unknown = e.message().find("may have been saved") != std::string::npos;
+      if (!unknown) {
+        EXPECT_EQ(RowsOnDisk(), before + (e.ok() ? 1 : 0))
+            << "call " << n << ": " << e.message() << " / " << closed.message();
+      }
+    }
   }
 }
 
