@@ -116,5 +116,30 @@ TEST(XlsFileTest, ReadOnlyFileIsRefusedUnlessRoot) {
   }
 }
 
+// Another user's file that anyone may write: the writer may not give the new file away,
+// so it becomes the writer's (as `cp` ignores EPERM) with the same mode, and the save works.
+TEST(XlsFileTest, AnotherUsersWritableFileBecomesTheWriters) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as a second user";
+  TempDir dir;
+  const std::string path = dir.file("shared.xls");
+  ASSERT_TRUE(WriteWorkbook(path, Book("Old")).ok());
+  ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
+  ASSERT_EQ(::chmod(dir.path().c_str(), 0777), 0);
+  pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    if (::setgid(65534) != 0 || ::setuid(65534) != 0) _exit(2);
+    _exit(WriteWorkbook(path, Book("New")).ok() ? 0 : 3);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  struct stat after {};
+  ASSERT_EQ(::stat(path.c_str(), &after), 0);
+  EXPECT_EQ(FirstSheet(path), "New");
+  EXPECT_EQ(after.st_uid, 65534u);
+  EXPECT_EQ(after.st_mode & 07777, 0666u);
+}
+
 }  // namespace
 }  // namespace xls
