@@ -1,7 +1,7 @@
 // The one table of system calls through which text mode, the codec and the driver reach
 // files, so that a test can make the Nth call fail (once, or for good) and then check that
-// the file is the old one or the new one. Nothing outside fileio/ calls these functions
-// directly.
+// the file is the old one or the new one. Metadata calls (stat, lstat, readlink, access)
+// are made directly.
 //
 // The seam is a static library with hidden symbols: libspreadsheet, the codec and the
 // driver each link it and each shared library holds its own table; no header here is
