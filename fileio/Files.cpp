@@ -84,14 +84,19 @@ bool Result::denied() const { return error_ == EACCES || error_ == EPERM || erro
 
 FileId StatPath(const std::string& path) {
   struct stat st;
-  if (::stat(path.c_str(), &st) != 0) return FileId();
-  return FromStat(st);
+  if (Sys().stat(path.c_str(), &st) == 0) return FromStat(st);
+  FileId id;
+  if (errno != ENOENT && errno != ENOTDIR) id.exists = true, id.error = errno;
+  return id;
 }
 
 FileId StatFd(int fd) {
   struct stat st;
-  if (::fstat(fd, &st) != 0) return FileId();
-  return FromStat(st);
+  if (Sys().fstat(fd, &st) == 0) return FromStat(st);
+  FileId id;
+  id.exists = true;
+  id.error = errno;
+  return id;
 }
 
 Result ResolveLinks(const std::string& path, std::string* target) {
@@ -131,7 +136,7 @@ Result ReplaceFile(const std::string& path, const std::vector<Piece>& pieces) {
   Result r = ResolveLinks(path, &target);
   if (!r.ok()) return r;
   struct stat old;
-  const bool exists = ::stat(target.c_str(), &old) == 0;
+  const bool exists = Sys().stat(target.c_str(), &old) == 0;
   if (!exists && errno != ENOENT) return Fail(errno, "read the attributes of", path);
   if (exists && !S_ISREG(old.st_mode)) {
     return Result::Failure(EINVAL, "Cannot replace '" + path + "': it is not a regular file.");
@@ -173,8 +178,10 @@ Result ReplaceFile(const std::string& path, const std::vector<Piece>& pieces) {
 
 Result OpenOrCreateLike(const std::string& path, const std::string& like, int* fd, bool* created) {
   struct stat model;
-  const bool hasModel = ::stat(like.c_str(), &model) == 0 && S_ISREG(model.st_mode);
   *created = false;
+  *fd = -1;
+  const bool hasModel = Sys().stat(like.c_str(), &model) == 0 && S_ISREG(model.st_mode);
+  if (!hasModel && errno != ENOENT && errno != ENOTDIR) return Fail(errno, "examine", like);
   *fd = Sys().open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, hasModel ? 0600 : 0666);
   if (*fd >= 0) {
     *created = true;

@@ -58,12 +58,15 @@ class [[nodiscard]] Result {
 };
 
 // What identifies one version of a file: a rename over it or a write changes one of these.
+// A file that could not be examined (error set: EIO, EACCES on a folder) is not taken for
+// missing: it exists, and equals no id, so whoever compares ids reads the file again.
 struct FileId {
   bool exists = false;
+  int error = 0;  // errno of a failed stat other than "no such file"
   std::uint64_t device = 0, inode = 0, size = 0, mtimeNs = 0;
   bool operator==(const FileId& o) const {
-    return exists == o.exists && device == o.device && inode == o.inode && size == o.size &&
-           mtimeNs == o.mtimeNs;
+    return error == 0 && o.error == 0 && exists == o.exists && device == o.device &&
+           inode == o.inode && size == o.size && mtimeNs == o.mtimeNs;
   }
   bool operator!=(const FileId& o) const { return !(*this == o); }
 };

@@ -30,8 +30,12 @@ int Open(const char* path, int flags, int mode) {
   return ::open(path, flags, static_cast<mode_t>(mode));
 }
 
-const SysCalls kDefaults = {Open,        ::close,  ::read,   ::write,  ::pread,  ::pwrite, ::fsync,
-                            ::ftruncate, ::fchmod, ::fchown, ::rename, ::unlink, ::flock};
+int Stat(const char* path, struct stat* out) { return ::stat(path, out); }
+int Fstat(int fd, struct stat* out) { return ::fstat(fd, out); }
+
+const SysCalls kDefaults = {Open,     ::close,  ::read,      ::write,  ::pread,
+                            ::pwrite, ::fsync,  ::ftruncate, ::fchmod, ::fchown,
+                            ::rename, ::unlink, ::flock,     Stat,     Fstat};
 #endif
 
 SysCalls g_sys = kDefaults;

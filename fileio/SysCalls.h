@@ -1,7 +1,7 @@
 // The one table of system calls through which text mode, the codec and the driver reach
 // files, so that a test can make the Nth call fail (once, or for good) and then check that
-// the file is the old one or the new one. Metadata calls (stat, lstat, readlink, access)
-// are made directly.
+// the file is the old one or the new one. stat and fstat are in the table too (a failing
+// stat must not make a file look missing); lstat, readlink and access are not.
 //
 // The seam is a static library with hidden symbols: libspreadsheet, the codec and the
 // driver each link it and each shared library holds its own table; no header here is
@@ -13,6 +13,9 @@
 #pragma once
 
 #include <sys/types.h>
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
 
 #include <cstddef>
 
@@ -34,6 +37,8 @@ struct SysCalls {
   int (*rename)(const char* from, const char* to);
   int (*unlink)(const char* path);
   int (*flock)(int fd, int operation);
+  int (*stat)(const char* path, struct stat* out);
+  int (*fstat)(int fd, struct stat* out);
 #endif
 };
 

@@ -22,6 +22,10 @@ FileId Unknown() {
   return id;
 }
 
+Error CannotExamine(const std::string& path, int err) {
+  return Error(ErrorKind::kIO, "Cannot examine '" + path + "': " + ErrnoText(err) + ".");
+}
+
 void SleepMs(int ms) {
   struct timespec ts {
     0, ms * 1000000L
@@ -109,6 +113,12 @@ Error Database::Lock(bool exclusive, bool create) {
     }
     // The journal may have been folded and removed while we waited: lock the file at the path.
     FileId held = StatFd(journalFd_), named = StatPath(path);
+    if (held.error || named.error) {
+      fileio::Sys().flock(journalFd_, LOCK_UN);
+      fileio::Sys().close(journalFd_);
+      journalFd_ = -1;
+      return CannotExamine(path, held.error ? held.error : named.error);
+    }
     if (!named.exists || held.inode != named.inode || held.device != named.device) {
       fileio::Sys().flock(journalFd_, LOCK_UN);
       fileio::Sys().close(journalFd_);
@@ -128,6 +138,8 @@ void Database::Unlock() {
 
 Error Database::Refresh() {
   FileId id = StatPath(file_);
+  // Taken for missing, an unreadable workbook would be replaced by the next CREATE TABLE.
+  if (id.error) return CannotExamine(options_.path, id.error);
   if (id != loaded_) {
     auto fresh = std::make_shared<xls::Workbook>();
     std::uint64_t hash = 0;
@@ -159,6 +171,7 @@ Error Database::EnsureBaseHash() {
   Error e = ReadWholeFile(file_, &bytes);
   if (!e.ok()) return e;
   FileId now = StatPath(file_);
+  if (now.error) return CannotExamine(options_.path, now.error);
   now.size = bytes.size();
   // Under the journal's lock the file only changes through this connection; a difference
   // means it was replaced behind the lock, and the model no longer describes it.
@@ -175,6 +188,8 @@ Error Database::EnsureBaseHash() {
 Error Database::ReplayJournal() {
   if (journalFd_ < 0 || !locked_) return Error();
   FileId j = StatFd(journalFd_);
+  // Taken as empty, the journal would be started again over its pending statements.
+  if (j.error) return CannotExamine(journalPath(), j.error);
   if (applied_ == 0) {
     if (j.size < kJournalHeaderSize || !loaded_.exists) return Error();
     std::vector<std::uint8_t> head;
@@ -210,6 +225,7 @@ Error Database::ReplayJournal() {
 
 Error Database::StartJournal() {
   FileId j = StatFd(journalFd_);
+  if (j.error) return CannotExamine(journalPath(), j.error);
   if (applied_ >= kJournalHeaderSize) {
     // Cut a record left half-written by a crash, so the next one follows the last whole one.
     if (j.size > applied_ &&

@@ -109,7 +109,7 @@ Status FileOps::ReadFile(const std::string& path, FileBytes* out) {
     return ErrnoStatus("open", path, err);
   }
   struct stat st;
-  if (::fstat(fd, &st) != 0) {
+  if (sys.fstat(fd, &st) != 0) {
     int err = errno;
     sys.close(fd);
     return ErrnoStatus("stat", path, err);

@@ -43,6 +43,8 @@ class FailNth {
     t.fchown = Hook<decltype(t.fchown)>::Call<&fileio::SysCalls::fchown, EIO>;
     t.rename = Hook<decltype(t.rename)>::Call<&fileio::SysCalls::rename, EIO>;
     t.unlink = Hook<decltype(t.unlink)>::Call<&fileio::SysCalls::unlink, EIO>;
+    t.stat = Hook<decltype(t.stat)>::Call<&fileio::SysCalls::stat, EIO>;
+    t.fstat = Hook<decltype(t.fstat)>::Call<&fileio::SysCalls::fstat, EIO>;
     t.flock = [](int fd, int op) -> int {
       if (op & LOCK_UN) {
         int rc = State().real.flock(fd, op);
