@@ -26,9 +26,8 @@ std::string BaseOf(const std::string& path) {
 }
 
 Result Fail(int err, const std::string& what, const std::string& path, const char* tail = "") {
-  std::string reason = std::strerror(err);
-  if (err == EACCES || err == EPERM) reason += " (the user may not write this file)";
-  return Result::Failure(err, "Cannot " + what + " '" + path + "': " + reason + "." + tail);
+  return Result::Failure(err,
+                         "Cannot " + what + " '" + path + "': " + std::strerror(err) + "." + tail);
 }
 
 FileId FromStat(const struct stat& st) {
@@ -128,7 +127,8 @@ Result CheckWritable(const std::string& path) {
   if (::faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) == 0 || errno == ENOENT) {
     return Result();
   }
-  return Fail(errno, "change", path);
+  const char* why = errno == EACCES ? " The user may not write this file." : "";
+  return Fail(errno, "change", path, why);
 }
 
 Result ReplaceFile(const std::string& path, const std::vector<Piece>& pieces) {
@@ -141,7 +141,7 @@ Result ReplaceFile(const std::string& path, const std::vector<Piece>& pieces) {
   if (exists && !S_ISREG(old.st_mode)) {
     return Result::Failure(EINVAL, "Cannot replace '" + path + "': it is not a regular file.");
   }
-  if (exists && !(r = CheckWritable(target)).ok()) return Fail(r.error(), "change", path);
+  if (exists && !(r = CheckWritable(path)).ok()) return r;
 
   static unsigned counter = 0;
   const std::string folder = FolderOf(target);
@@ -180,8 +180,9 @@ Result OpenOrCreateLike(const std::string& path, const std::string& like, int* f
   struct stat model;
   *created = false;
   *fd = -1;
-  const bool hasModel = Sys().stat(like.c_str(), &model) == 0 && S_ISREG(model.st_mode);
-  if (!hasModel && errno != ENOENT && errno != ENOTDIR) return Fail(errno, "examine", like);
+  const bool examined = Sys().stat(like.c_str(), &model) == 0;
+  if (!examined && errno != ENOENT && errno != ENOTDIR) return Fail(errno, "examine", like);
+  const bool hasModel = examined && S_ISREG(model.st_mode);
   *fd = Sys().open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, hasModel ? 0600 : 0666);
   if (*fd >= 0) {
     *created = true;
