@@ -91,7 +91,8 @@ std::string HandOff(const Instance& app) {
     for (int attempt = 1; attempt < 1000; ++attempt) {
       path =
           folder + "/" + book->name + (attempt > 1 ? "-" + std::to_string(attempt) : "") + ".xls";
-      int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+      // The save keeps this placeholder's mode: 0666 less the umask, as for any new file.
+      int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
       if (fd >= 0) {
         close(fd);
         break;

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 
+#include "fileio/SysCalls.h"
 #include "odbc-driver/Journal.h"
 #include "xls/Xls.h"
 
@@ -19,6 +20,10 @@ FileId Unknown() {
   FileId id;
   id.exists = true;
   return id;
+}
+
+Error CannotExamine(const std::string& path, int err) {
+  return Error(ErrorKind::kIO, "Cannot examine '" + path + "': " + ErrnoText(err) + ".");
 }
 
 void SleepMs(int ms) {
@@ -35,7 +40,7 @@ Database::Database(DatabaseOptions options)
 
 Database::~Database() {
   Close();
-  if (journalFd_ >= 0) Sys().close(journalFd_);
+  if (journalFd_ >= 0) fileio::Sys().close(journalFd_);
 }
 
 Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* out) {
@@ -49,6 +54,9 @@ Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* 
                  "Workbook '" + options.path + "' not found (give CREATE_DB to create it).");
   }
   std::unique_ptr<Database> db(new Database(options));
+  // The journal and its lock belong to the file itself: every link to it shares them.
+  fileio::Result resolved = fileio::ResolveLinks(options.path, &db->file_);
+  if (!resolved.ok()) return Error(ErrorKind::kIO, resolved.message());
   Error e = db->Lock(false, false);
   if (e.ok()) e = db->Refresh();
   bool pending = db->applied_ > kJournalHeaderSize;
@@ -56,7 +64,8 @@ Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* 
   if (!e.ok()) return e;
   // Statements journaled by a process that ended without folding them: fold them now, so the
   // .xls on disk is current again for programs that read it directly.
-  if (pending && !options.readOnly) {
+  // A workbook the user may not write keeps them pending; they are replayed on each read.
+  if (pending && !options.readOnly && CheckWritable(db->file_).ok()) {
     e = db->Lock(true, false);
     if (e.ok()) e = db->Refresh();
     if (e.ok() && db->applied_ > kJournalHeaderSize) e = db->Fold();
@@ -72,21 +81,26 @@ Error Database::Lock(bool exclusive, bool create) {
       std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.lockTimeoutMs);
   std::string path = journalPath();
   while (true) {
+    if (journalFd_ < 0 && create) {
+      // A new journal takes the workbook's mode, owner and group: it holds the same data.
+      bool created = false;
+      fileio::Result r = fileio::OpenOrCreateLike(path, file_, &journalFd_, &created);
+      if (!r.ok()) return Error(ErrorKind::kIO, r.message());
+    }
     if (journalFd_ < 0) {
-      int flags =
-          (create ? (O_RDWR | O_CREAT) : (options_.readOnly ? O_RDONLY : O_RDWR)) | O_CLOEXEC;
-      journalFd_ = Sys().open(path.c_str(), flags, 0644);
-      if (journalFd_ < 0 && !create && errno == EACCES) {
-        journalFd_ = Sys().open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
+      int flags = (options_.readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC;
+      journalFd_ = fileio::Sys().open(path.c_str(), flags, 0);
+      if (journalFd_ < 0 && errno == EACCES) {
+        journalFd_ = fileio::Sys().open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
       }
       if (journalFd_ < 0) {
         // No journal: the workbook file alone is the whole state, and it only ever changes by
         // an atomic rename, so it can be read without a lock.
-        if (errno == ENOENT && !create) return Error();
+        if (errno == ENOENT) return Error();
         return Error(ErrorKind::kIO, "Cannot open '" + path + "': " + ErrnoText(errno) + ".");
       }
     }
-    if (Sys().flock(journalFd_, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
+    if (fileio::Sys().flock(journalFd_, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
       if (errno != EWOULDBLOCK && errno != EINTR) {
         return Error(ErrorKind::kIO, "Cannot lock '" + path + "': " + ErrnoText(errno) + ".");
       }
@@ -99,9 +113,15 @@ Error Database::Lock(bool exclusive, bool create) {
     }
     // The journal may have been folded and removed while we waited: lock the file at the path.
     FileId held = StatFd(journalFd_), named = StatPath(path);
+    if (held.error || named.error) {
+      fileio::Sys().flock(journalFd_, LOCK_UN);
+      fileio::Sys().close(journalFd_);
+      journalFd_ = -1;
+      return CannotExamine(path, held.error ? held.error : named.error);
+    }
     if (!named.exists || held.inode != named.inode || held.device != named.device) {
-      Sys().flock(journalFd_, LOCK_UN);
-      Sys().close(journalFd_);
+      fileio::Sys().flock(journalFd_, LOCK_UN);
+      fileio::Sys().close(journalFd_);
       journalFd_ = -1;
       if (!named.exists && !create) return Error();
       continue;
@@ -112,18 +132,20 @@ Error Database::Lock(bool exclusive, bool create) {
 }
 
 void Database::Unlock() {
-  if (locked_ && journalFd_ >= 0) Sys().flock(journalFd_, LOCK_UN);
+  if (locked_ && journalFd_ >= 0) fileio::Sys().flock(journalFd_, LOCK_UN);
   locked_ = false;
 }
 
 Error Database::Refresh() {
-  FileId id = StatPath(options_.path);
+  FileId id = StatPath(file_);
+  // Taken for missing, an unreadable workbook would be replaced by the next CREATE TABLE.
+  if (id.error) return CannotExamine(options_.path, id.error);
   if (id != loaded_) {
     auto fresh = std::make_shared<xls::Workbook>();
     std::uint64_t hash = 0;
     if (id.exists) {
       xls::FileBytes bytes;
-      Error e = ReadWholeFile(options_.path, &bytes);
+      Error e = ReadWholeFile(file_, &bytes);
       if (!e.ok()) return e;
       xls::Status s = xls::ReadWorkbookFromMemory(bytes.data(), bytes.size(), fresh.get());
       if (!s.ok()) {
@@ -146,9 +168,10 @@ Error Database::Refresh() {
 Error Database::EnsureBaseHash() {
   if (baseHashKnown_ || !loaded_.exists) return Error();
   xls::FileBytes bytes;
-  Error e = ReadWholeFile(options_.path, &bytes);
+  Error e = ReadWholeFile(file_, &bytes);
   if (!e.ok()) return e;
-  FileId now = StatPath(options_.path);
+  FileId now = StatPath(file_);
+  if (now.error) return CannotExamine(options_.path, now.error);
   now.size = bytes.size();
   // Under the journal's lock the file only changes through this connection; a difference
   // means it was replaced behind the lock, and the model no longer describes it.
@@ -165,6 +188,8 @@ Error Database::EnsureBaseHash() {
 Error Database::ReplayJournal() {
   if (journalFd_ < 0 || !locked_) return Error();
   FileId j = StatFd(journalFd_);
+  // Taken as empty, the journal would be started again over its pending statements.
+  if (j.error) return CannotExamine(journalPath(), j.error);
   if (applied_ == 0) {
     if (j.size < kJournalHeaderSize || !loaded_.exists) return Error();
     std::vector<std::uint8_t> head;
@@ -200,9 +225,11 @@ Error Database::ReplayJournal() {
 
 Error Database::StartJournal() {
   FileId j = StatFd(journalFd_);
+  if (j.error) return CannotExamine(journalPath(), j.error);
   if (applied_ >= kJournalHeaderSize) {
     // Cut a record left half-written by a crash, so the next one follows the last whole one.
-    if (j.size > applied_ && Sys().ftruncate(journalFd_, static_cast<off_t>(applied_)) != 0) {
+    if (j.size > applied_ &&
+        fileio::Sys().ftruncate(journalFd_, static_cast<off_t>(applied_)) != 0) {
       return Error(ErrorKind::kIO, "Cannot trim the journal: " + ErrnoText(errno) + ".");
     }
     return Error();
@@ -211,11 +238,11 @@ Error Database::StartJournal() {
   if (!e.ok()) return e;
   JournalHeader h{loaded_.size, baseHash_};
   std::vector<std::uint8_t> head = EncodeJournalHeader(h);
-  if (Sys().ftruncate(journalFd_, 0) != 0) {
+  if (fileio::Sys().ftruncate(journalFd_, 0) != 0) {
     return Error(ErrorKind::kIO, "Cannot reset the journal: " + ErrnoText(errno) + ".");
   }
   e = WriteAt(journalFd_, 0, head.data(), head.size());
-  if (e.ok() && Sys().fsync(journalFd_) != 0) {
+  if (e.ok() && fileio::Sys().fsync(journalFd_) != 0) {
     e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
   }
   if (!e.ok()) return e;
@@ -223,16 +250,20 @@ Error Database::StartJournal() {
   return Error();
 }
 
-Error Database::Append(const std::string& sql, const std::vector<Value>& parameters) {
-  std::vector<std::uint8_t> rec =
-      EncodeJournalRecord(JournalRecord{options_.firstRowHasNames, sql, parameters});
+Error Database::Append(const std::vector<std::uint8_t>& rec) {
   Error e = WriteAt(journalFd_, applied_, rec.data(), rec.size());
-  if (e.ok() && Sys().fsync(journalFd_) != 0) {
+  if (e.ok() && fileio::Sys().fsync(journalFd_) != 0) {
     e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
   }
   if (!e.ok()) {
-    Sys().ftruncate(journalFd_, static_cast<off_t>(applied_));
-    return Error(ErrorKind::kIO, "The change was not saved. " + e.message());
+    if (fileio::Sys().ftruncate(journalFd_, static_cast<off_t>(applied_)) == 0) {
+      return Error(ErrorKind::kIO, "The change was not saved. " + e.message());
+    }
+    // The record may be whole in the journal and nothing can take it out: the next
+    // connection will apply it. Saying "not saved" would be a promise the file breaks.
+    return Error(ErrorKind::kIO, "The change may have been saved: " + e.message() +
+                                     " The journal could not be cut back (" + ErrnoText(errno) +
+                                     ").");
   }
   applied_ += rec.size();
   return Error();
@@ -243,9 +274,9 @@ Error Database::Fold() {
   std::vector<std::uint8_t> bytes;
   xls::Status s = xls::WriteWorkbookToMemory(*model_, &bytes);
   if (!s.ok()) return Error(ErrorKind::kIO, "Cannot encode the workbook: " + s.ToString() + ".");
-  Error e = WriteFileAtomic(options_.path, bytes);
+  Error e = ReplaceWorkbook(options_.path, bytes);
   if (!e.ok()) return e;
-  loaded_ = StatPath(options_.path);
+  loaded_ = StatPath(file_);
   loaded_.size = bytes.size();
   baseHash_ = Fnv64(bytes.data(), bytes.size());
   baseHashKnown_ = true;
@@ -263,7 +294,10 @@ Error Database::Execute(const std::string& sql, const Statement& st,
     return Error(ErrorKind::kReadOnly,
                  "The connection is read-only (READONLY=1): the workbook cannot be changed.");
   }
-  Error e = Lock(write, write);
+  // Refused before the journal is touched: a change that could never be folded into the
+  // file must not be accepted into the journal either.
+  Error e = write ? CheckWritable(options_.path) : Error();
+  if (e.ok()) e = Lock(write, write);
   if (e.ok()) e = Refresh();
   if (e.ok() && write && loaded_.exists) e = StartJournal();
   if (e.ok()) {
@@ -276,7 +310,7 @@ Error Database::Execute(const std::string& sql, const Statement& st,
     if (!loaded_.exists) {
       e = Fold();  // the first change makes the file
     } else {
-      e = Append(sql, parameters);
+      e = Append(EncodeJournalRecord(JournalRecord{options_.firstRowHasNames, sql, parameters}));
       // A failed fold leaves the change safe in the journal; the next statement tries again.
       if (e.ok() && applied_ > loaded_.size) Fold();
     }
@@ -303,9 +337,9 @@ Error Database::Close() {
   e = Refresh();
   if (e.ok() && applied_ > kJournalHeaderSize) e = Fold();
   // Keep the journal when its statements could not be folded: the next connection will.
-  if (e.ok()) Sys().unlink(journalPath().c_str());
+  if (e.ok()) fileio::Sys().unlink(journalPath().c_str());
   Unlock();
-  Sys().close(journalFd_);
+  fileio::Sys().close(journalFd_);
   journalFd_ = -1;
   return e;
 }
@@ -320,7 +354,8 @@ Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
     return Error(ErrorKind::kReadOnly,
                  "The connection is read-only (READONLY=1): the workbook cannot be changed.");
   }
-  Error e = Lock(true, true);
+  Error e = CheckWritable(options_.path);
+  if (e.ok()) e = Lock(true, true);
   if (e.ok()) e = Refresh();
   if (e.ok() && loaded_.exists) e = StartJournal();
   if (!e.ok()) {
@@ -354,18 +389,9 @@ Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
     if (!loaded_.exists) {
       e = Fold();  // the first change makes the file
     } else {
-      e = WriteAt(journalFd_, applied_, records.data(), records.size());
-      if (e.ok() && Sys().fsync(journalFd_) != 0) {
-        e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
-      }
-      if (e.ok()) {
-        applied_ += records.size();
-        // A failed fold leaves the changes safe in the journal; the next statement tries again.
-        if (applied_ > loaded_.size) Fold();
-      } else {
-        Sys().ftruncate(journalFd_, static_cast<off_t>(applied_));
-        e = Error(ErrorKind::kIO, "The change was not saved. " + e.message());
-      }
+      e = Append(records);
+      // A failed fold leaves the changes safe in the journal; the next statement tries again.
+      if (e.ok() && applied_ > loaded_.size) Fold();
     }
     if (!e.ok()) {
       loaded_ = Unknown();  // the model holds changes the file does not

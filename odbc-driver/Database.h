@@ -1,8 +1,9 @@
 // Database: one connection's hold on a workbook file. It keeps the workbook model in memory
 // and makes every change durable before returning, through a redo journal beside the file
-// ("<workbook>-journal", format in Journal.h) that is folded into the .xls on Close() and
-// whenever it grows past the workbook's size. Processes and connections are serialized by
-// flock() on the journal: writers exclusively, readers shared. See README.md, "Durability".
+// ("<workbook>-journal" beside the file a symbolic link names, format in Journal.h) that is folded
+// into the .xls on Close() and whenever it grows past the workbook's size. Processes and
+// connections are serialized by flock() on the journal: writers exclusively, readers shared. See
+// README.md, "Durability".
 //
 // Ownership: the Database owns its model and file descriptors. Results it hands out share
 // the model snapshot they were made from. Not for use from two threads at once.
@@ -15,7 +16,7 @@
 
 #include "odbc-driver/Error.h"
 #include "odbc-driver/Executor.h"
-#include "odbc-driver/FileIo.h"
+#include "odbc-driver/WorkbookStore.h"
 #include "xls/Workbook.h"
 
 namespace xlsodbc {
@@ -53,7 +54,7 @@ class Database {
 
  private:
   explicit Database(DatabaseOptions options);
-  std::string journalPath() const { return options_.path + "-journal"; }
+  std::string journalPath() const { return file_ + "-journal"; }
 
   Error Lock(bool exclusive, bool create);
   void Unlock();
@@ -61,10 +62,12 @@ class Database {
   Error EnsureBaseHash();
   Error ReplayJournal();
   Error StartJournal();
-  Error Append(const std::string& sql, const std::vector<Value>& parameters);
+  // Appends whole encoded journal records and syncs them.
+  Error Append(const std::vector<std::uint8_t>& records);
   Error Fold();
 
   DatabaseOptions options_;
+  std::string file_;  // options_.path with symbolic links followed, resolved at Open
   std::shared_ptr<xls::Workbook> model_;
   FileId loaded_;               // the workbook file the model was read from
   std::uint64_t baseHash_ = 0;  // FNV-1a of that file's bytes, once baseHashKnown_

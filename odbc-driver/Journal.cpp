@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "odbc-driver/FileIo.h"
+#include "odbc-driver/WorkbookStore.h"
 
 namespace xlsodbc {
 

@@ -6,21 +6,7 @@
 #include <cstring>
 #include <memory>
 
-#include "platform/SysCalls.h"
-
-#if defined(_WIN32)
-#include <io.h>
-#define PLATFORM_OPEN ::_open
-#define PLATFORM_READ ::_read
-#define PLATFORM_WRITE ::_write
-#define PLATFORM_CLOSE ::_close
-#else
-#include <unistd.h>
-#define PLATFORM_OPEN ::open
-#define PLATFORM_READ ::read
-#define PLATFORM_WRITE ::write
-#define PLATFORM_CLOSE ::close
-#endif
+#include "fileio/SysCalls.h"
 
 #ifndef O_BINARY
 #define O_BINARY 0
@@ -28,28 +14,6 @@
 #ifndef O_CLOEXEC
 #define O_CLOEXEC 0
 #endif
-
-namespace platform {
-namespace {
-
-int DefaultOpen(const char* path, int flags, int mode) { return PLATFORM_OPEN(path, flags, mode); }
-ssize_t DefaultRead(int fd, void* buffer, size_t count) {
-  return PLATFORM_READ(fd, buffer, static_cast<unsigned>(count));
-}
-ssize_t DefaultWrite(int fd, const void* buffer, size_t count) {
-  return PLATFORM_WRITE(fd, buffer, static_cast<unsigned>(count));
-}
-int DefaultClose(int fd) { return PLATFORM_CLOSE(fd); }
-
-const SysCalls kDefault = {DefaultOpen, DefaultRead, DefaultWrite, DefaultClose};
-SysCalls g_sys = kDefault;
-
-}  // namespace
-
-SysCalls& Sys() { return g_sys; }
-const SysCalls& DefaultSysCalls() { return kDefault; }
-
-}  // namespace platform
 
 namespace {
 
@@ -102,7 +66,7 @@ BOOL CFile::Open(LPCTSTR fileName, UINT openFlags, CFileException* error) {
   }
   int fd;
   do {
-    fd = platform::Sys().open(fileName ? fileName : "", flags, 0666);
+    fd = fileio::Sys().open(fileName ? fileName : "", flags, 0666);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) {
     int err = errno;
@@ -120,7 +84,7 @@ BOOL CFile::Open(LPCTSTR fileName, UINT openFlags, CFileException* error) {
 
 UINT CFile::Read(void* buffer, UINT count) {
   for (;;) {
-    ssize_t n = platform::Sys().read(fd_, buffer, count);
+    ssize_t n = fileio::Sys().read(fd_, buffer, count);
     if (n >= 0) return static_cast<UINT>(n);
     if (errno != EINTR) ThrowFileError(errno, path_);
   }
@@ -129,7 +93,7 @@ UINT CFile::Read(void* buffer, UINT count) {
 void CFile::Write(const void* buffer, UINT count) {
   const char* p = static_cast<const char*>(buffer);
   while (count > 0) {
-    ssize_t n = platform::Sys().write(fd_, p, count);
+    ssize_t n = fileio::Sys().write(fd_, p, count);
     if (n < 0) {
       if (errno == EINTR) continue;
       ThrowFileError(errno, path_);
@@ -144,12 +108,12 @@ void CFile::Close() {
   if (fd_ < 0) return;
   int fd = fd_;
   fd_ = -1;
-  if (platform::Sys().close(fd) != 0 && errno != EINTR) ThrowFileError(errno, path_);
+  if (fileio::Sys().close(fd) != 0 && errno != EINTR) ThrowFileError(errno, path_);
 }
 
 void CFile::Abort() {
   if (fd_ < 0) return;
-  platform::Sys().close(fd_);
+  fileio::Sys().close(fd_);
   fd_ = -1;
 }
 

@@ -5,7 +5,8 @@
 // without an end is still a line. No translation of bytes or encodings happens.
 // Sharing flags are accepted and mean nothing on POSIX, where files are never locked.
 //
-// Every system call goes through platform::SysCalls so that tests can fail the Nth call.
+// Every system call goes through the file seam's table (fileio/SysCalls.h), so that tests
+// can fail the Nth call.
 #pragma once
 
 #include <cstddef>

@@ -11,19 +11,15 @@
 #include <cstring>
 #include <new>
 
+#include "fileio/Files.h"
+#include "fileio/SysCalls.h"
+
 namespace xls {
 
 namespace {
 
 Status ErrnoStatus(const char* what, const std::string& path, int err) {
   return Status::IOError(std::string(what) + " " + path + ": " + std::strerror(err));
-}
-
-std::string FolderOf(const std::string& path) {
-  std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
 }
 
 // Transparent huge pages come in 2 MiB; a buffer under two of them gains little from asking.
@@ -105,75 +101,27 @@ bool ReadToEnd(int fd, std::size_t sizeHint, FileBytes* out,
 }
 
 Status FileOps::ReadFile(const std::string& path, FileBytes* out) {
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  fileio::SysCalls& sys = fileio::Sys();
+  int fd = sys.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
   if (fd < 0) {
     int err = errno;
     if (err == ENOENT) return Status::NotFound(path);
     return ErrnoStatus("open", path, err);
   }
   struct stat st;
-  if (::fstat(fd, &st) != 0) {
+  if (sys.fstat(fd, &st) != 0) {
     int err = errno;
-    ::close(fd);
+    sys.close(fd);
     return ErrnoStatus("stat", path, err);
   }
   if (!S_ISREG(st.st_mode)) {
-    ::close(fd);
+    sys.close(fd);
     return Status::IOError(path + " is not a regular file");
   }
   int err = 0;
-  const bool ok = ReadToEnd(fd, static_cast<std::size_t>(st.st_size), out, ::read, &err);
-  ::close(fd);
+  const bool ok = ReadToEnd(fd, static_cast<std::size_t>(st.st_size), out, sys.read, &err);
+  sys.close(fd);
   if (!ok) return ErrnoStatus("read", path, err);
-  return Status::OK();
-}
-
-Status FileOps::CreateNew(const std::string& path, int* fd) {
-  *fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (*fd < 0) return ErrnoStatus("create", path, errno);
-  return Status::OK();
-}
-
-Status FileOps::Write(int fd, const void* data, std::size_t n) {
-  const char* p = static_cast<const char*>(data);
-  while (n > 0) {
-    ssize_t w = ::write(fd, p, n);
-    if (w < 0 && errno == EINTR) continue;
-    if (w < 0) return ErrnoStatus("write", "fd " + std::to_string(fd), errno);
-    p += w;
-    n -= static_cast<std::size_t>(w);
-  }
-  return Status::OK();
-}
-
-Status FileOps::Sync(int fd) {
-  if (::fsync(fd) != 0) return ErrnoStatus("fsync", "fd " + std::to_string(fd), errno);
-  return Status::OK();
-}
-
-Status FileOps::Close(int fd) {
-  if (::close(fd) != 0) return ErrnoStatus("close", "fd " + std::to_string(fd), errno);
-  return Status::OK();
-}
-
-Status FileOps::Rename(const std::string& from, const std::string& to) {
-  if (::rename(from.c_str(), to.c_str()) != 0) return ErrnoStatus("rename", from + " to", errno);
-  return Status::OK();
-}
-
-Status FileOps::Remove(const std::string& path) {
-  if (::unlink(path.c_str()) != 0) return ErrnoStatus("remove", path, errno);
-  return Status::OK();
-}
-
-Status FileOps::SyncFolder(const std::string& folder) {
-  int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return ErrnoStatus("open folder", folder, errno);
-  int rc = ::fsync(fd);
-  int err = errno;
-  ::close(fd);
-  // Some file systems cannot sync a folder; the rename itself has happened.
-  if (rc != 0 && err != EINVAL) return ErrnoStatus("fsync folder", folder, err);
   return Status::OK();
 }
 
@@ -182,39 +130,14 @@ FileOps& FileOps::Default() {
   return ops;
 }
 
-Status WriteFileAtomically(FileOps& ops, const std::string& path,
-                           const std::vector<ByteSpan>& pieces) {
-  static unsigned counter = 0;
-  std::string folder = FolderOf(path);
-  std::string base = path.substr(path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1);
-  std::string temp;
-  int fd = -1;
-  Status s;
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    temp = folder + "/." + base + ".tmp" + std::to_string(::getpid()) + "-" +
-           std::to_string(++counter);
-    s = ops.CreateNew(temp, &fd);
-    if (s.ok() || ::access(temp.c_str(), F_OK) != 0) break;
-  }
-  if (!s.ok()) return s;
-
-  // Chunks of at most 1 MiB keep each write call bounded.
-  constexpr std::size_t kChunk = 1 << 20;
-  for (const ByteSpan& piece : pieces) {
-    for (std::size_t off = 0; off < piece.size && s.ok(); off += kChunk) {
-      s = ops.Write(fd, piece.data + off, std::min(kChunk, piece.size - off));
-    }
-    if (!s.ok()) break;
-  }
-  if (s.ok()) s = ops.Sync(fd);
-  Status closed = ops.Close(fd);
-  if (s.ok()) s = closed;
-  if (s.ok()) s = ops.Rename(temp, path);
-  if (!s.ok()) {
-    ops.Remove(temp);  // best effort; the target is untouched either way
-    return s;
-  }
-  return ops.SyncFolder(folder);
+Status WriteFileAtomically(const std::string& path, const std::vector<ByteSpan>& pieces) {
+  std::vector<fileio::Piece> out;
+  out.reserve(pieces.size());
+  for (const ByteSpan& p : pieces) out.push_back(fileio::Piece{p.data, p.size});
+  fileio::Result r = fileio::ReplaceFile(path, out);
+  // A folder that could not be synced after the rename is still a save (fileio/Files.h).
+  if (!r.ok()) return Status::IOError(r.message());
+  return Status::OK();
 }
 
 }  // namespace xls

@@ -1,8 +1,8 @@
-// The codec's only contact with the file system. Every call that touches a file goes
-// through a FileOps so that a test can fail any one of them (the Nth write, the rename)
-// and check that the file on disk is still whole.
+// The codec's reading and writing of whole files, over the file seam (fileio/): every
+// system call goes through fileio::Sys(), where a test can fail any one of them (the Nth
+// write, the rename) and check that the file on disk is still whole.
 //
-// Ownership: FileOps::Default() is a process-lifetime object; callers own any other.
+// Ownership: FileOps::Default() is a process-lifetime object.
 #pragma once
 
 #include <sys/types.h>
@@ -55,23 +55,10 @@ class FileBytes {
 bool ReadToEnd(int fd, std::size_t sizeHint, FileBytes* out,
                ssize_t (*read)(int fd, void* buf, std::size_t n), int* err);
 
+// Reads whole files through the seam; the one instance is FileOps::Default().
 class FileOps {
  public:
-  virtual ~FileOps() = default;
-
-  virtual Status ReadFile(const std::string& path, FileBytes* out);
-  // Creates a new file for writing; fails with IOError when it already exists.
-  virtual Status CreateNew(const std::string& path, int* fd);
-  // Writes all n bytes or fails.
-  virtual Status Write(int fd, const void* data, std::size_t n);
-  virtual Status Sync(int fd);
-  virtual Status Close(int fd);
-  virtual Status Rename(const std::string& from, const std::string& to);
-  virtual Status Remove(const std::string& path);
-  // Makes a rename in the folder durable.
-  virtual Status SyncFolder(const std::string& folder);
-
-  // The POSIX implementation.
+  Status ReadFile(const std::string& path, FileBytes* out);
   static FileOps& Default();
 };
 
@@ -81,10 +68,9 @@ struct ByteSpan {
   std::size_t size;
 };
 
-// Writes the pieces to a temporary file in path's folder, flushes it, and renames it over
-// path. On failure before the rename the temporary file is removed (best effort) and
-// path is untouched.
-Status WriteFileAtomically(FileOps& ops, const std::string& path,
-                           const std::vector<ByteSpan>& pieces);
+// Replaces the file at path with the pieces, by the seam's rules (fileio/Files.h): the
+// old bytes or the new ones whatever fails; mode, owner, group and symbolic links kept; a
+// file the process may not write refused. An IOError names the file and the reason.
+Status WriteFileAtomically(const std::string& path, const std::vector<ByteSpan>& pieces);
 
 }  // namespace xls

@@ -226,18 +226,14 @@ Status WriteWorkbookToMemory(const Workbook& workbook, std::vector<std::uint8_t>
   return Status::OK();
 }
 
-Status WriteWorkbookWith(FileOps& ops, const std::string& path, const Workbook& workbook) {
+Status WriteWorkbook(const std::string& path, const Workbook& workbook) {
   std::vector<std::uint8_t> stream;
   Status s = BuildWorkbookStream(workbook, &stream);
   if (!s.ok()) return s;
   CompoundFileImage image;
   s = BuildCompoundFile({{"Workbook", &stream}}, 9, &image);
   if (!s.ok()) return s;
-  return WriteFileAtomically(ops, path, image.pieces);
-}
-
-Status WriteWorkbook(const std::string& path, const Workbook& workbook) {
-  return WriteWorkbookWith(FileOps::Default(), path, workbook);
+  return WriteFileAtomically(path, image.pieces);
 }
 
 }  // namespace xls

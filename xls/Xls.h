@@ -41,14 +41,15 @@ Status ReadWorkbook(const std::string& path, const ReadOptions& options, Workboo
 Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size,
                               const ReadOptions& options, Workbook* out);
 
-// Writes the workbook to path atomically: a temporary file in the same folder is
-// written, flushed and renamed over path, so path holds either the old or the new
-// workbook. REQUIRES: at least one sheet. A workbook read encrypted gives Unsupported.
+// Writes the workbook to path atomically: a temporary file in the target's folder is
+// written, flushed and renamed over it, so path holds either the old or the new
+// workbook. The file keeps its mode, owner, group and symbolic links; one the process
+// may not write is refused (fileio/Files.h). REQUIRES: at least one sheet.
+// A workbook read encrypted gives Unsupported.
 Status WriteWorkbook(const std::string& path, const Workbook& workbook);
 Status WriteWorkbookToMemory(const Workbook& workbook, std::vector<std::uint8_t>* out);
 
-// The same through a caller's FileOps (tests inject I/O faults with it).
+// The same through FileOps (faults are injected in the file seam's table, fileio::Sys()).
 Status ReadWorkbookWith(FileOps& ops, const std::string& path, Workbook* out);
-Status WriteWorkbookWith(FileOps& ops, const std::string& path, const Workbook& workbook);
 
 }  // namespace xls

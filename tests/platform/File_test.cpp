@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "platform/SysCalls.h"
+#include "tests/support/FailNth.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -23,6 +24,7 @@ bool ThrowsFileException(F f) {
   return false;
 }
 
+using testing_support::FailNth;
 using testing_support::ReadFile;
 using testing_support::TempDir;
 using testing_support::WriteFile;
@@ -50,7 +52,9 @@ TEST(ArchiveReadTest, LineEnds) {
       {"empty lines are lines", "\n\r\n\n", {"", "", ""}},
       {"lone cr is data", "a\rb\n", {"a\rb"}},
       {"trailing cr without lf is data", "a\r", {"a\r"}},
-      {"nul and high bytes pass through", std::string("x\0y\xff\n", 5), {std::string("x\0y\xff", 4)}},
+      {"nul and high bytes pass through",
+       std::string("x\0y\xff\n", 5),
+       {std::string("x\0y\xff", 4)}},
   };
   TempDir dir;
   for (const Case& c : cases) {
@@ -88,46 +92,56 @@ TEST(FileTest, OpenFailureFillsTheException) {
       [&] { CFile f(dir.path().c_str(), CFile::modeCreate | CFile::modeWrite); }));
 }
 
-// Fails the Nth write (and every write after it) through the system-call table.
-class FailingWrites {
- public:
-  explicit FailingWrites(int failFrom) {
-    remaining_ = failFrom;
-    platform::Sys().write = [](int fd, const void* p, size_t n) -> ssize_t {
-      if (--remaining_ < 0) {
-        errno = ENOSPC;
-        return -1;
-      }
-      return platform::DefaultSysCalls().write(fd, p, n);
-    };
-  }
-  ~FailingWrites() { platform::Sys() = platform::DefaultSysCalls(); }
-
- private:
-  static inline int remaining_ = 0;
-};
-
-TEST(ArchiveWriteTest, BuffersInto4096ByteWritesAndReportsFailures) {
+// A text file is rewritten in place through a 4096-byte buffer: 10,000 bytes leave as
+// open, three writes (4096 + 4096 + 1808) and close. Failing each call in turn, once or for
+// good: the error reaches the caller, and the file holds what had been written by then
+// (the old bytes when the open failed, before anything was truncated).
+TEST(ArchiveWriteTest, EachFailingCallIsReportedAndLeavesWhatWasWritten) {
   TempDir dir;
   const std::string path = dir.file("out");
   const std::string chunk(1000, 'w');
-  for (int failAt = 0; failAt < 4; ++failAt) {
-    FailingWrites fail(failAt);
-    bool threw = false;
-    try {
-      CFile file(path.c_str(), CFile::modeCreate | CFile::modeWrite | CFile::shareDenyNone);
-      CArchive archive(&file, CArchive::store, 4096);
-      for (int i = 0; i < 10; ++i) archive.Write(chunk.data(), 1000);
-      archive.Close();
-      file.Close();
-    } catch (CFileException* e) {
-      EXPECT_EQ(e->m_cause, CFileException::diskFull);
-      e->Delete();
-      threw = true;
+  struct Expected {
+    int cause;
+    std::size_t size;                                  // SIZE_MAX: the old contents
+  } expected[] = {{CFileException::hardIO, SIZE_MAX},  // open
+                  {CFileException::diskFull, 0},
+                  {CFileException::diskFull, 4096},
+                  {CFileException::diskFull, 8192},
+                  {CFileException::hardIO, 10000}};  // close
+  for (FailNth::Mode mode : {FailNth::kOnce, FailNth::kForGood}) {
+    bool completed = false;
+    for (int n = 1; !completed; ++n) {
+      ASSERT_LE(n, 6) << "more calls than the rewrite makes";
+      WriteFile(path, "old");
+      int cause = CFileException::none;
+      {
+        FailNth fail(n, mode);
+        try {
+          CFile file(path.c_str(), CFile::modeCreate | CFile::modeWrite | CFile::shareDenyNone);
+          CArchive archive(&file, CArchive::store, 4096);
+          for (int i = 0; i < 10; ++i) archive.Write(chunk.data(), 1000);
+          archive.Close();
+          file.Close();
+        } catch (CFileException* e) {
+          cause = e->m_cause;
+          e->Delete();
+        }
+        completed = !fail.fired();
+      }
+      const std::string bytes = ReadFile(path);
+      if (completed) {
+        EXPECT_EQ(cause, CFileException::none);
+        EXPECT_EQ(bytes.size(), 10000u);
+        continue;
+      }
+      const Expected& e = expected[n - 1];
+      EXPECT_EQ(cause, e.cause) << "call " << n;
+      if (e.size == SIZE_MAX) {
+        EXPECT_EQ(bytes, "old") << "call " << n;
+      } else {
+        EXPECT_EQ(bytes, std::string(e.size, 'w')) << "call " << n;
+      }
     }
-    // 10,000 bytes leave as 4096 + 4096 + 1808: three writes.
-    EXPECT_EQ(threw, failAt < 3) << failAt;
-    EXPECT_EQ(ReadFile(path).size(), static_cast<size_t>(std::min(failAt, 2) * 4096 + (failAt >= 3 ? 1808 : 0)));
   }
 }
 

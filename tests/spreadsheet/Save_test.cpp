@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/SysCalls.h"
+#include "fileio/SysCalls.h"
 #include "tests/spreadsheet/TestAccess.h"
 #include "tests/support/TempDir.h"
 
@@ -88,12 +88,12 @@ TEST_F(SaveTest, RollBackFailureKeepsTheTransaction) {
 // Makes every write fail with ENOSPC while alive.
 struct DiskFull {
   DiskFull() {
-    platform::Sys().write = [](int, const void*, size_t) -> ssize_t {
+    fileio::Sys().write = [](int, const void*, size_t) -> ssize_t {
       errno = ENOSPC;
       return -1;
     };
   }
-  ~DiskFull() { platform::Sys() = platform::DefaultSysCalls(); }
+  ~DiskFull() { fileio::ResetSysCalls(); }
 };
 
 TEST_F(SaveTest, WriteFailuresReportAndKeepTheTransaction) {
