@@ -143,6 +143,24 @@ bool ColumnInfoForDeclared(const char* decl, ColumnInfo* info) {
   return false;
 }
 
+namespace {
+
+// Writes a cell that needs no check (one moved within its sheet), logging the old one.
+void PutCell(xls::Workbook* book, std::size_t sheet, int row, int column, Cell cell,
+             std::vector<CellUndo>* undo) {
+  xls::Sheet& s = book->sheets()[sheet];
+  const Cell& old = s.at(row, column);
+  if (old == cell) return;
+  undo->push_back({sheet, row, column, old});
+  if (cell.isEmpty() && cell.style == 0) {
+    s.clear(row, column);
+  } else {
+    s.set(row, column, std::move(cell));
+  }
+}
+
+}  // namespace
+
 Error StoreCell(xls::Workbook* book, std::size_t sheet, int row, int column, Cell cell,
                 std::vector<CellUndo>* undo) {
   if (cell.type == CellType::kText && cell.text.size() > kMaxCellChars &&
@@ -151,15 +169,7 @@ Error StoreCell(xls::Workbook* book, std::size_t sheet, int row, int column, Cel
                                                 " characters is longer than a cell holds (" +
                                                 std::to_string(kMaxCellChars) + ").");
   }
-  xls::Sheet& s = book->sheets()[sheet];
-  const Cell& old = s.at(row, column);
-  if (old == cell) return Error();
-  undo->push_back({sheet, row, column, old});
-  if (cell.isEmpty() && cell.style == 0) {
-    s.clear(row, column);
-  } else {
-    s.set(row, column, std::move(cell));
-  }
+  PutCell(book, sheet, row, column, std::move(cell), undo);
   return Error();
 }
 
@@ -628,15 +638,13 @@ Error SheetModule::Finish() {
         continue;
       }
       for (int c = t->view.left; c <= t->view.right; ++c) {
-        Error e = StoreCell(&book, t->sheet, write, c, s.at(r, c), &undo_);
-        if (!e.ok()) return e;
+        PutCell(&book, t->sheet, write, c, s.at(r, c), &undo_);
       }
       ++write;
     }
     for (int r = write; r <= t->view.lastData; ++r) {
       for (int c = t->view.left; c <= t->view.right; ++c) {
-        Error e = StoreCell(&book, t->sheet, r, c, Cell(), &undo_);
-        if (!e.ok()) return e;
+        PutCell(&book, t->sheet, r, c, Cell(), &undo_);
       }
     }
     changed_ = true;
