@@ -242,7 +242,8 @@ struct ModuleCallbacks {
       t->view = ResolveTable(*sheet, ref, m->firstRowHasNames_, book.date1904);
     }
     if (t->view.names.empty()) {
-      // A region holding nothing: one column and no rows, since a table needs a column.
+      // A region holding nothing has no columns, but a SQLite table needs one (a hidden one
+      // leaves SELECT * with nothing to select, an error): F1, with no rows.
       t->view.names.push_back("F1");
       t->view.right = t->view.left;
       t->view.firstData = 0;

@@ -149,6 +149,12 @@ Error SqlEngine::SqliteError(int rc, const RewrittenSql* rw) const {
   if (StartsWith(msg, "no such column: ")) {
     return Error(ErrorKind::kColumnNotFound, "Column '" + msg.substr(16) + "' not found.");
   }
+  const std::size_t named = msg.find(" has no column named ");
+  if (StartsWith(msg, "table ") && named != std::string::npos) {
+    return Error(ErrorKind::kColumnNotFound, "Column '" + msg.substr(named + 21) +
+                                                 "' not found in table '" +
+                                                 msg.substr(6, named - 6) + "'.");
+  }
   if (msg.find("too large") != std::string::npos ||
       msg.find("stack overflow") != std::string::npos ||
       msg.find("too many") != std::string::npos || (rc & 0xFF) == SQLITE_TOOBIG) {
@@ -325,8 +331,9 @@ Error SqlEngine::Step(sqlite3_stmt* stmt, bool query, Outcome* out) {
         if (typed && c.sqlType == 93 && d.kind == Datum::Kind::kText)
           d.kind = Datum::Kind::kDateTime;
         if (typed && c.sqlType == -7 && d.kind == Datum::Kind::kInteger) {
+          const bool on = d.integer != 0;
           d.kind = Datum::Kind::kBoolean;
-          d.number = d.integer != 0;
+          d.number = on;
         }
         if (d.kind == Datum::Kind::kNull) continue;
         any = true;

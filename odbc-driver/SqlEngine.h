@@ -34,11 +34,14 @@ struct RewrittenSql;
 struct Datum {
   enum class Kind : std::uint8_t { kNull, kNumber, kInteger, kText, kDateTime, kBoolean };
   Kind kind = Kind::kNull;
-  double number = 0;         // kNumber, kBoolean (0 or 1)
-  std::int64_t integer = 0;  // kInteger (COUNT(*), integer arithmetic)
-  std::uint32_t offset = 0;  // kText, kDateTime: the text in the result's own storage
-  std::uint32_t size = 0;
+  std::uint32_t size = 0;  // kText, kDateTime: the text's length
+  union {
+    double number = 0;     // kNumber, kBoolean (0 or 1)
+    std::int64_t integer;  // kInteger (COUNT(*), integer arithmetic)
+    std::uint32_t offset;  // kText, kDateTime: where the text starts in the result's storage
+  };
 };
+static_assert(sizeof(Datum) == 16, "a big result holds millions of values");
 
 class SqlResult final : public ResultSet {
  public:
@@ -67,10 +70,10 @@ class SqlResult final : public ResultSet {
 };
 
 struct EngineLimits {
-  std::size_t maxSqlBytes = 1 << 20;        // longer statements are refused before parsing
-  int maxExpressionDepth = 1000;            // SQLITE_LIMIT_EXPR_DEPTH
-  std::uint64_t maxSteps = 4'000'000'000;   // virtual machine steps per statement
-  std::size_t maxResultValues = 64u << 20;  // rows x columns a result may hold
+  std::size_t maxSqlBytes = 1 << 20;       // longer statements are refused before parsing
+  int maxExpressionDepth = 1000;           // SQLITE_LIMIT_EXPR_DEPTH
+  std::uint64_t maxSteps = 4'000'000'000;  // virtual machine steps per statement
+  std::size_t maxResultValues = 1u << 24;  // rows x columns: a full sheet's worth
 };
 
 class SqlEngine {
