@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -43,8 +44,9 @@ bool OnlyBlankAfter(const char* p, const char* end) {
     } else if (end - p >= 2 && p[0] == '-' && p[1] == '-') {
       while (p < end && *p != '\n') ++p;
     } else if (end - p >= 2 && p[0] == '/' && p[1] == '*') {
-      const char* close = std::search(p + 2, end, "*/", "*/" + 2);
-      p = close == end ? end : close + 2;
+      const std::size_t close =
+          std::string_view(p, static_cast<std::size_t>(end - p)).find("*/", 2);
+      p = close == std::string_view::npos ? end : p + close + 2;
     } else {
       return false;
     }
@@ -455,6 +457,23 @@ bool SqlResult::text(long row, int column, char* buf, std::string* scratch,
       return true;
   }
   return false;
+}
+
+bool SqlResult::dateTimeOf(const Datum& d, DateTimeParts* out) const {
+  std::string n;
+  if ((d.kind != Datum::Kind::kDateTime && d.kind != Datum::Kind::kText) ||
+      !NormalizeDateText(textOf(d), false, &n)) {
+    return false;
+  }
+  auto num = [&](std::size_t at, std::size_t len) {
+    int v = 0;
+    for (std::size_t i = at; i < at + len; ++i) v = v * 10 + (n[i] - '0');
+    return v;
+  };
+  out->year = num(0, 4), out->month = num(5, 2), out->day = num(8, 2);
+  out->hour = num(11, 2), out->minute = num(14, 2), out->second = num(17, 2);
+  out->fraction = n.size() > 19 ? std::strtod(n.c_str() + 19, nullptr) : 0;
+  return true;
 }
 
 bool SqlResult::value(long row, int column, std::string* out) const {

@@ -43,6 +43,12 @@ struct Datum {
 };
 static_assert(sizeof(Datum) == 16, "a big result holds millions of values");
 
+// A date's fields, for SQL_C_TYPE_DATE / SQL_C_TYPE_TIMESTAMP.
+struct DateTimeParts {
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+  double fraction = 0;  // of a second
+};
+
 class SqlResult final : public ResultSet {
  public:
   const std::vector<ColumnInfo>& columns() const override { return columns_; }
@@ -60,6 +66,8 @@ class SqlResult final : public ResultSet {
   std::string_view textOf(const Datum& d) const {
     return std::string_view(text_.data() + d.offset, d.size);
   }
+  // The fields of a kDateTime datum, or of text in its form; false for anything else.
+  [[nodiscard]] bool dateTimeOf(const Datum& d, DateTimeParts* out) const;
 
  private:
   friend class SqlEngine;

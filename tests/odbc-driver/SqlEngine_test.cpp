@@ -344,6 +344,11 @@ TEST_F(SqlEngineTest, TypedColumns) {
   EXPECT_EQ(r->datum(0, 2).number, 7000.5);
   EXPECT_EQ(r->datum(0, 3).kind, Datum::Kind::kDateTime);
   EXPECT_EQ(r->textOf(r->datum(0, 3)), "2019-11-30 08:30:00");
+  DateTimeParts when;
+  ASSERT_TRUE(r->dateTimeOf(r->datum(0, 3), &when));
+  EXPECT_EQ(when.year * 10000 + when.month * 100 + when.day, 20191130);
+  EXPECT_EQ(when.hour * 100 + when.minute, 830);
+  EXPECT_FALSE(r->dateTimeOf(r->datum(0, 0), &when));  // "Dee"
   EXPECT_EQ(r->datum(0, 4).kind, Datum::Kind::kBoolean);
   EXPECT_EQ(r->datum(0, 4).number, 1);
   EXPECT_EQ(r->datum(0, 5).kind, Datum::Kind::kNull);
