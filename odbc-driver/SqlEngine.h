@@ -8,6 +8,17 @@
 // Results are read to the end when the statement runs: a SqlResult owns its values, typed
 // (numbers, dates, booleans, text) and readable as the text CellText gives a cell.
 //
+// Where the answers differ from the executor's on purpose or by SQLite's nature:
+//  - a region holding nothing has one column, F1, and no rows (a SQLite table needs one);
+//  - a header name repeated (ignoring case) names only its first column; the others go by
+//    their F-names, since SQLite's names ignore case;
+//  - whole numbers written in the statement are integers to SQLite: 10 / 4 is 2, while cells
+//    are REAL (Salary / 4 is 1250.5);
+//  - a date ({d '...'}, a date parameter or its text) becomes a date cell only in a column of
+//    date cells; elsewhere it is stored as its text "YYYY-MM-DD HH:MM:SS";
+//  - cells beside a table (columns outside it) stay where they are when DELETE moves the
+//    table's rows up, so they no longer line up with the rows they stood beside.
+//
 // Ownership: one engine per connection; it owns its SQLite connection, never the model. Not
 // thread-safe (the driver runs one statement at a time on a connection).
 #pragma once

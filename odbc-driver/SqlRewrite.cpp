@@ -363,7 +363,7 @@ class Rewriter {
       }
       last = j;
     }
-    if (j >= t_.size()) return false;
+    if (j >= t_.size() || j == i_) return false;  // unclosed, or an empty item: SQLite says
     std::string_view raw = in_.substr(t_[i_].begin, t_[last].end - t_[i_].begin);
     double d;
     if (IsCanonicalNumber(raw, &d)) return false;

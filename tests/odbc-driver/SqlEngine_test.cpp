@@ -600,6 +600,7 @@ TEST(SqlRewriteTest, DialectToSqlite) {
        "INSERT INTO t VALUES ('abc', 10, '007', -2.5, '1e3', '2024-01-05', NULL, ?, 'x''y', "
        "'q\"')"},
       {"INSERT INTO t VALUES (a), (b) ,(1 + 2)", "INSERT INTO t VALUES ('a'), ('b') ,(1 + 2)"},
+      {"INSERT INTO t VALUES (), (a,)", "INSERT INTO t VALUES (), ('a',)"},
       {"SELECT [Sheet1$A1:B2].x -- TOP 3 {d\n", "SELECT [Sheet1$A1:B2].x -- TOP 3 {d\n"},
   };
   for (const Case& c : cases) {
