@@ -289,21 +289,23 @@ Error SqlEngine::Step(sqlite3_stmt* stmt, bool query, Outcome* out) {
     }
     for (int i = 0; i < n; ++i) {
       Datum d;
-      switch (sqlite3_column_type(stmt, i)) {
+      // Through the value, not sqlite3_column_*: each of those checks the statement again.
+      sqlite3_value* v = sqlite3_column_value(stmt, i);
+      const int type = sqlite3_value_type(v);
+      switch (type) {
         case SQLITE_INTEGER:
           d.kind = Datum::Kind::kInteger;
-          d.integer = sqlite3_column_int64(stmt, i);
+          d.integer = sqlite3_value_int64(v);
           break;
         case SQLITE_FLOAT:
           d.kind = Datum::Kind::kNumber;
-          d.number = sqlite3_column_double(stmt, i);
+          d.number = sqlite3_value_double(v);
           break;
         case SQLITE_TEXT:
         case SQLITE_BLOB: {
-          const void* p = sqlite3_column_type(stmt, i) == SQLITE_TEXT
-                              ? static_cast<const void*>(sqlite3_column_text(stmt, i))
-                              : sqlite3_column_blob(stmt, i);
-          const auto size = static_cast<std::size_t>(sqlite3_column_bytes(stmt, i));
+          const void* p = type == SQLITE_TEXT ? static_cast<const void*>(sqlite3_value_text(v))
+                                              : sqlite3_value_blob(v);
+          const auto size = static_cast<std::size_t>(sqlite3_value_bytes(v));
           if (r->text_.size() + size > std::numeric_limits<std::uint32_t>::max()) {
             return Error(ErrorKind::kTooComplex, "The result's text passes 4 GiB.");
           }
