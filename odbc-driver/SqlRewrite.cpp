@@ -194,6 +194,7 @@ class Rewriter {
     const Token& t = t_[i_];
     const std::string_view text = Text(t);
     TrackVerb(t);
+    if (t.kind == Token::kParam) ++out_->parameterCount;
     if (itemStart_) {
       itemStart_ = false;
       if (BareItem()) return Error();

@@ -32,6 +32,7 @@ struct RewrittenSql {
   std::string sql;
   Verb verb = Verb::kOther;
   std::string target;  // INSERT/UPDATE/DELETE: the table's name without its quotes
+  int parameterCount = 0;  // ? markers, for SQLNumParams before the statement runs
   // INSERT with no column list: the offset in sql just after the table name, else npos.
   std::size_t columnListAt = std::string::npos;
   // (offset in sql, offset in the input) at each place the two part ways, ascending.

@@ -614,8 +614,9 @@ TEST(SqlRewriteTest, DialectToSqlite) {
     EXPECT_EQ(rw.sql, c.out);
   }
   RewrittenSql rw;
-  ASSERT_TRUE(RewriteSql("INSERT OR IGNORE INTO [My Sheet$] VALUES (1)", &rw).ok());
+  ASSERT_TRUE(RewriteSql("INSERT OR IGNORE INTO [My Sheet$] VALUES (?, '?', [?], ?)", &rw).ok());
   EXPECT_EQ(rw.verb, RewrittenSql::Verb::kInsert);
+  EXPECT_EQ(rw.parameterCount, 2);
   EXPECT_EQ(rw.target, "My Sheet$");
   EXPECT_EQ(rw.sql.substr(rw.columnListAt, 6), "VALUES");
 }
