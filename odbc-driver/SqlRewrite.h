@@ -31,7 +31,7 @@ struct RewrittenSql {
   enum class Verb { kSelect, kInsert, kUpdate, kDelete, kOther };
   std::string sql;
   Verb verb = Verb::kOther;
-  std::string target;  // INSERT/UPDATE/DELETE: the table's name without its quotes
+  std::string target;      // INSERT/UPDATE/DELETE: the table's name without its quotes
   int parameterCount = 0;  // ? markers, for SQLNumParams before the statement runs
   // INSERT with no column list: the offset in sql just after the table name, else npos.
   std::size_t columnListAt = std::string::npos;
