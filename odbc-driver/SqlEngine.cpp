@@ -327,7 +327,7 @@ Error SqlEngine::Step(sqlite3_stmt* stmt, bool query, Outcome* out) {
     for (int i = 0; i < n; ++i) {
       ColumnInfo& c = r->columns_[static_cast<std::size_t>(i)];
       const bool typed = ColumnInfoForDeclared(declared[static_cast<std::size_t>(i)], &c);
-      bool integers = true, numbers = true, texts = true, any = false;
+      bool integers = true, numbers = true, any = false;
       std::size_t longest = 0;
       for (long row = 0; row < r->rows_; ++row) {
         Datum& d = r->data_[static_cast<std::size_t>(row) * static_cast<std::size_t>(n) +
@@ -343,8 +343,11 @@ Error SqlEngine::Step(sqlite3_stmt* stmt, bool query, Outcome* out) {
         any = true;
         integers &= d.kind == Datum::Kind::kInteger;
         numbers &= d.kind == Datum::Kind::kInteger || d.kind == Datum::Kind::kNumber;
-        texts &= d.kind == Datum::Kind::kText;
-        if (d.kind == Datum::Kind::kText) longest = std::max<std::size_t>(longest, d.size);
+        if (d.kind == Datum::Kind::kText && d.size > 255) {
+          std::size_t chars = 0;
+          for (char ch : r->textOf(d)) chars += (static_cast<unsigned char>(ch) & 0xC0) != 0x80;
+          longest = std::max(longest, chars);
+        }
       }
       if (typed) continue;
       c.sqlType = 12, c.size = 255;  // SQL_VARCHAR
@@ -363,7 +366,6 @@ Error SqlEngine::Step(sqlite3_stmt* stmt, bool query, Outcome* out) {
       } else if (longest > 255) {
         c.sqlType = -1, c.size = static_cast<long>(kMaxCellChars);  // SQL_LONGVARCHAR
       }
-      (void)texts;
     }
     out->result = std::move(r);
   }

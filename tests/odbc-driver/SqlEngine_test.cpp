@@ -358,6 +358,14 @@ TEST_F(SqlEngineTest, TypedColumns) {
   EXPECT_EQ(text, "#N/A");
   EXPECT_TRUE(r->value(1, 6, &text));
   EXPECT_EQ(text, "ten");
+  // An expression's text is LONGVARCHAR past 255 characters, not bytes.
+  Outcome wide;
+  ASSERT_TRUE(Run("SELECT substr(replace(Long, 'y', 'é'), 1, 200) AS a, replace(Long, 'y', 'é') "
+                  "AS b FROM [Kinds$] WHERE Long IS NOT NULL",
+                  &wide)
+                  .ok());
+  EXPECT_EQ(wide.result->columns()[0].sqlType, 12);
+  EXPECT_EQ(wide.result->columns()[1].sqlType, -1);
   // Text and numbers in one column: '10' finds the number and not the word.
   EXPECT_EQ(Select("SELECT COUNT(*) FROM [Kinds$] WHERE Mixed = '10' OR Mixed = 'ten'"),
             (Rows{{"COUNT(*)"}, {"2"}}));
