@@ -1,0 +1,112 @@
+// SheetVtab: the SQLite virtual-table module "xls" over the workbook model. The SQL engine
+// creates one virtual table per sheet or region a statement names, for that statement only;
+// each reads and writes the model's cells in place.
+//
+// A table's columns are the cells its header row names (TableRegion.h); each column's type is
+// guessed from its cells (numbers DOUBLE, dates TIMESTAMP, booleans BIT, text VARCHAR or
+// LONGVARCHAR past 255 characters, anything mixed VARCHAR). Cells reach SQLite as numbers
+// (REAL), booleans (INTEGER 0/1), dates as their text "YYYY-MM-DD HH:MM:SS", errors and text
+// as TEXT. Every column compares with numeric affinity, so a number equals text that reads as
+// that number (price = '10' finds 10) whatever its type; date columns compare through the
+// collation "xlsdate", in which '2024-02-29' equals '2024-02-29 00:00:00'.
+//
+// Writes: INSERT puts the row just below the last value in the table's columns; UPDATE
+// writes only the cells whose value changes and keeps their format; DELETE is applied when
+// the statement has run (SheetModule::Finish): the rows go and the rows below, within the
+// table's rows and columns, move up. Every cell written is logged, so a failed statement is
+// undone (SheetModule::Undo).
+//
+// Ownership: the SqlEngine owns the module object and the sqlite3 connection; SQLite owns the
+// virtual tables. Bind() points the module at the model for one statement.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "odbc-driver/Error.h"
+#include "odbc-driver/ResultSet.h"
+#include "odbc-driver/Sql.h"
+#include "xls/Workbook.h"
+
+namespace xlsodbc {
+
+// A column type as declared to SQLite. The names pick SQLite's affinity on purpose: "STRING"
+// and "TIMESTAMP" have NUMERIC affinity, "DOUBLE" REAL.
+enum class ColumnType { kDouble, kTimestamp, kBit, kVarchar, kLongVarchar };
+const char* DeclaredType(ColumnType t);
+// The ODBC metadata for a column SQLite reports with one of those declared types; false when
+// decl is none of them (an expression's column).
+[[nodiscard]] bool ColumnInfoForDeclared(const char* decl, ColumnInfo* info);
+
+// Text cells hold at most this many characters (Excel's limit).
+constexpr std::size_t kMaxCellChars = 32767;
+
+// Writes cell at (row, column) of book.sheets()[sheet], keeping the old cell in *undo.
+// Fails with kStringTooLong for text past kMaxCellChars characters.
+struct CellUndo {
+  std::size_t sheet;
+  int row, column;
+  xls::Cell old;
+};
+Error StoreCell(xls::Workbook* book, std::size_t sheet, int row, int column, xls::Cell cell,
+                std::vector<CellUndo>* undo);
+
+// The serial day number of "YYYY-MM-DD[ HH:MM:SS[.fff]]" in the 1900 or 1904 date system.
+[[nodiscard]] bool DateTextToSerial(std::string_view text, bool date1904, double* serial);
+
+class SheetModule {
+ public:
+  // Registers the module on db; the module must outlive the connection's use of it.
+  int Register(sqlite3* db);
+
+  // The model and options for the next statement. book stays owned by the caller.
+  void Bind(std::shared_ptr<xls::Workbook>* book, bool firstRowHasNames);
+
+  // The next virtual table created takes this table, as INSERT's target when insertTarget.
+  void Expect(const TableRef& table, bool insertTarget) {
+    pending_ = table;
+    pendingInsert_ = insertTarget;
+  }
+
+  // Whether text cells may be handed to SQLite without a copy (nothing writes meanwhile).
+  void SetReadOnly(bool readOnly) { readOnly_ = readOnly; }
+
+  // Applies the DELETEs of the statement that ran. REQUIRES: it ran to the end.
+  Error Finish();
+  // Puts back every cell the statement wrote.
+  void Undo();
+  // Forgets the statement's log; its changes stay.
+  void Commit() { undo_.clear(); }
+  bool changed() const { return changed_; }
+  void ResetChanged() { changed_ = false; }
+
+  // The first error a virtual table hit in this statement (kNone if none); cleared on read.
+  Error TakeError();
+
+  // The sheet a virtual table reads, by the table's name; empty when unknown.
+  std::string SheetOf(const std::string& table) const;
+  // The names of a virtual table's columns, left to right.
+  std::vector<std::string> ColumnsOf(const std::string& table) const;
+
+  struct Table;  // a virtual table (SheetVtab.cpp)
+
+ private:
+  friend struct ModuleCallbacks;
+  xls::Workbook& Writable();
+
+  std::shared_ptr<xls::Workbook>* book_ = nullptr;
+  bool firstRowHasNames_ = true;
+  bool readOnly_ = true;
+  TableRef pending_;
+  bool pendingInsert_ = false;
+  std::vector<Table*> tables_;  // live, created by SQLite
+  std::vector<CellUndo> undo_;
+  bool changed_ = false;
+  Error error_;
+};
+
+}  // namespace xlsodbc
