@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstring>
-#include <map>
+#include <unordered_map>
 
 #include "odbc-driver/CellText.h"
+#include "xls/Strings.h"
 
 namespace xlsodbc {
 
@@ -146,16 +148,106 @@ Error Bind(const Value& in, const ExecOptions& o, Value* out) {
   return Error();
 }
 
-Cell ToCell(const Value& v) {
-  switch (v.kind) {
-    case Value::Kind::kText:
-      return Cell::Text(v.text);
-    case Value::Kind::kNumber:
-      return Cell::Number(v.number);
-    default:
-      return Cell();
+std::string WithCommas(std::size_t n) {
+  std::string digits = std::to_string(n), out;
+  for (std::size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % 3 == 0) out.push_back(',');
+    out.push_back(digits[i]);
+  }
+  return out;
+}
+
+bool IsAscii(std::string_view s) {
+  for (char c : s) {
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  }
+  return true;
+}
+
+// Text as the codec stores it: UTF-16 code units, invalid UTF-8 each byte a U+FFFD. *units
+// is the length a cell counts; *stored the UTF-8 that reads back.
+void AsStored(std::string_view text, std::string* stored, std::size_t* units) {
+  std::vector<std::uint16_t> utf16;
+  xls::Utf8ToUtf16(text, &utf16);
+  *units = utf16.size();
+  stored->clear();
+  for (std::size_t i = 0; i < utf16.size(); ++i) {
+    std::uint32_t u = utf16[i];
+    if (u >= 0xD800 && u <= 0xDBFF && i + 1 < utf16.size()) {  // always paired here
+      u = 0x10000 + ((u - 0xD800) << 10) + (utf16[++i] - 0xDC00u);
+    }
+    xls::AppendUtf8(u, stored);
   }
 }
+
+}  // namespace
+
+Error CellWrites::Set(int row, int column, const Value& v, bool keepStyle,
+                      const std::string& columnName) {
+  if (row >= xls::kMaxRows) {
+    return Error(ErrorKind::kTableFull, "No row left for column " + Quote(columnName) +
+                                            ": a sheet holds " + WithCommas(xls::kMaxRows) +
+                                            " rows.");
+  }
+  if (column >= xls::kMaxColumns) {
+    return Error(ErrorKind::kTooManyColumns, "Column " + Quote(columnName) +
+                                                 " would lie past column IV: a sheet has " +
+                                                 std::to_string(xls::kMaxColumns) + " columns.");
+  }
+  Write w{row, column, keepStyle, Cell()};
+  if (v.kind == Value::Kind::kNumber) {
+    if (!std::isfinite(v.number)) {
+      return Error(ErrorKind::kInvalidValue, "The value for column " + Quote(columnName) +
+                                                 " is not a finite number: a cell cannot "
+                                                 "hold NaN or infinity.");
+    }
+    w.cell = Cell::Number(v.number);
+  } else if (v.kind == Value::Kind::kText) {
+    if (IsAscii(v.text) && v.text.size() <= xls::kMaxCellChars) {
+      w.cell = Cell::Text(v.text);
+    } else {
+      std::string stored;
+      std::size_t units;
+      AsStored(v.text, &stored, &units);
+      if (units > xls::kMaxCellChars) {
+        return Error(ErrorKind::kStringTooLong,
+                     "The text for column " + Quote(columnName) + " has " + WithCommas(units) +
+                         " characters; a cell holds at most " + WithCommas(xls::kMaxCellChars) +
+                         " (counted in UTF-16 code units).");
+      }
+      w.cell = Cell::Text(stored);
+    }
+  }
+  writes_.push_back(std::move(w));
+  return Error();
+}
+
+void CellWrites::ApplyTo(Sheet* sheet) {
+  for (Write& w : writes_) {
+    if (w.cell.isEmpty()) {
+      sheet->clear(w.row, w.column);
+    } else {
+      if (w.keepStyle) w.cell.style = sheet->at(w.row, w.column).style;
+      sheet->set(w.row, w.column, std::move(w.cell));
+    }
+  }
+  writes_.clear();
+}
+
+Error CheckNewSheetName(const std::string& name) {
+  std::string stored;
+  std::size_t units;
+  AsStored(name, &stored, &units);
+  if (stored != name || !Workbook::isValidSheetName(name)) {
+    return Error(ErrorKind::kInvalidValue,
+                 "Cannot create table " + Quote(name) +
+                     ": a sheet name has 1 to 31 characters of UTF-8, none of : \\ / ? * [ ], "
+                     "and does not begin or end with an apostrophe.");
+  }
+  return Error();
+}
+
+namespace {
 
 // ---- WHERE ----
 
@@ -182,11 +274,14 @@ class Matcher {
   // Resolves column names and parameters once, before any row is tested.
   Error Prepare(const Condition* c) {
     if (!c) return Error();
-    if (c->kind == Condition::Kind::kAnd || c->kind == Condition::Kind::kOr) {
-      Error e = Prepare(c->a.get());
-      return e.ok() ? Prepare(c->b.get()) : e;
+    if (c->kind == Condition::Kind::kAnd || c->kind == Condition::Kind::kOr ||
+        c->kind == Condition::Kind::kNot) {
+      for (const auto& term : c->terms) {
+        Error e = Prepare(term.get());
+        if (!e.ok()) return e;
+      }
+      return Error();
     }
-    if (c->kind == Condition::Kind::kNot) return Prepare(c->a.get());
     for (const Condition::Operand* op : {&c->lhs, &c->rhs}) {
       if (op->isColumn) {
         int idx = FindColumn(v_, op->column);
@@ -204,22 +299,21 @@ class Matcher {
 
   Truth Test(const Condition* c, int row) {
     switch (c->kind) {
-      case Condition::Kind::kAnd: {
-        Truth a = Test(c->a.get(), row);
-        if (a == Truth::kFalse) return a;
-        Truth b = Test(c->b.get(), row);
-        if (b == Truth::kFalse) return b;
-        return (a == Truth::kTrue && b == Truth::kTrue) ? Truth::kTrue : Truth::kUnknown;
-      }
+      case Condition::Kind::kAnd:
       case Condition::Kind::kOr: {
-        Truth a = Test(c->a.get(), row);
-        if (a == Truth::kTrue) return a;
-        Truth b = Test(c->b.get(), row);
-        if (b == Truth::kTrue) return b;
-        return (a == Truth::kFalse && b == Truth::kFalse) ? Truth::kFalse : Truth::kUnknown;
+        // Three-valued: one deciding term (false for AND, true for OR) settles the chain;
+        // otherwise any unknown term leaves it unknown.
+        const Truth decides = c->kind == Condition::Kind::kAnd ? Truth::kFalse : Truth::kTrue;
+        Truth result = decides == Truth::kFalse ? Truth::kTrue : Truth::kFalse;
+        for (const auto& term : c->terms) {
+          Truth t = Test(term.get(), row);
+          if (t == decides) return t;
+          if (t == Truth::kUnknown) result = t;
+        }
+        return result;
       }
       case Condition::Kind::kNot: {
-        Truth a = Test(c->a.get(), row);
+        Truth a = Test(c->terms[0].get(), row);
         return a == Truth::kUnknown ? a : (a == Truth::kTrue ? Truth::kFalse : Truth::kTrue);
       }
       case Condition::Kind::kIsNull:
@@ -292,8 +386,9 @@ class Matcher {
   const TableRef& t_;
   const ExecOptions& o_;
   bool date1904_;
-  std::map<const Condition::Operand*, int> columns_;
-  std::map<const Condition::Operand*, Value> values_;
+  // Looked up once a comparison a row: a generated WHERE may hold tens of thousands.
+  std::unordered_map<const Condition::Operand*, int> columns_;
+  std::unordered_map<const Condition::Operand*, Value> values_;
 };
 
 Error MatchingRows(const Sheet& s, const TableView& v, const Statement& st, const ExecOptions& o,
@@ -422,14 +517,26 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   int left = t.hasRange ? t.range.left : 0;
   int width = static_cast<int>(st.columns.size());
   if (left + width > xls::kMaxColumns || (t.hasRange && left + width - 1 > t.range.right)) {
-    return Error(ErrorKind::kValueCount, "Table " + Quote(t.written) + " cannot hold " +
-                                             std::to_string(width) + " columns.");
+    return Error(ErrorKind::kTooManyColumns,
+                 "Table " + Quote(t.written) + " cannot hold " + std::to_string(width) +
+                     " columns: " +
+                     (left + width > xls::kMaxColumns ? "a sheet ends at column IV."
+                                                      : "the region is narrower."));
+  }
+  // The header as it will be stored, for comparing with a header already there.
+  CellWrites header;
+  std::vector<std::string> names(st.columns.size());
+  for (int i = 0; i < width; ++i) {
+    const std::string& name = st.columns[static_cast<std::size_t>(i)];
+    Error e = header.Set(top, left + i, Value{Value::Kind::kText, name, 0, 0}, false, name);
+    if (!e.ok()) return e;
+    std::size_t units;
+    AsStored(name, &names[static_cast<std::size_t>(i)], &units);
   }
   const Sheet* existing = book.findSheet(t.sheet);
-  if (!existing && !Workbook::isValidSheetName(t.sheet)) {
-    return Error(ErrorKind::kInvalidValue,
-                 "Cannot create table " + Quote(t.sheet) +
-                     ": a sheet name has 1 to 31 characters, none of : \\ / ? * [ ].");
+  if (!existing) {
+    Error e = CheckNewSheetName(t.sheet);
+    if (!e.ok()) return e;
   }
   if (existing && existing->usedRows() > 0) {
     // A non-empty sheet: the statement may only declare a table that is already there, with
@@ -443,7 +550,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
       std::string text;
       for (int i = 0; i < width; ++i) {
         if (!CellText(existing->at(row, left + i), book.date1904, &text) ||
-            text != st.columns[static_cast<std::size_t>(i)]) {
+            text != names[static_cast<std::size_t>(i)]) {
           return false;
         }
       }
@@ -470,8 +577,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   Workbook& wb = w.get();
   Sheet* s = wb.findSheet(t.sheet);
   if (!s) s = &wb.addSheet(t.sheet);
-  for (int i = 0; i < width; ++i)
-    s->set(top, left + i, Cell::Text(st.columns[static_cast<std::size_t>(i)]));
+  header.ApplyTo(s);
   out->changed = true;
   out->rowCount = 0;
   return Error();
@@ -528,13 +634,23 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
   int last = LastRowInColumns(*s, left, right, xls::kMaxRows - 1);
   int row = last >= 0 ? last + 1 : (o.firstRowHasNames ? top + 1 : top);
   if (row >= xls::kMaxRows) {
-    return Error(ErrorKind::kValueCount, "Table " + Quote(t.written) + " is full: a sheet holds " +
-                                             std::to_string(xls::kMaxRows) + " rows.");
+    return Error(ErrorKind::kTableFull, "Table " + Quote(t.written) +
+                                            " is full: a sheet ends at row " +
+                                            WithCommas(xls::kMaxRows) + ".");
   }
-  Sheet* ws = w.get().findSheet(t.sheet);
+  CellWrites writes;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    if (values[i].kind != Value::Kind::kNull) ws->set(row, target[i], ToCell(values[i]));
+    if (values[i].kind == Value::Kind::kNull) continue;
+    std::string name;
+    if (!st.columns.empty()) {
+      name = st.columns[i];
+    } else if (!CellText(s->at(top, target[i]), book.date1904, &name) || name.empty()) {
+      name = "F" + std::to_string(target[i] - left + 1);
+    }
+    Error e = writes.Set(row, target[i], values[i], false, name);
+    if (!e.ok()) return e;
   }
+  writes.ApplyTo(w.get().findSheet(t.sheet));
   out->changed = true;
   out->rowCount = 1;
   return Error();
@@ -554,23 +670,25 @@ Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Wor
     Error e = Bind(st.values[i], o, &values[i]);
     if (!e.ok()) return e;
   }
+  // The values are checked even when no row matches: the statement is refused either way.
+  CellWrites probe;
+  for (std::size_t i = 0; i < cols.size(); ++i) {
+    Error e = probe.Set(0, cols[i], values[i], true, st.columns[i]);
+    if (!e.ok()) return e;
+  }
   std::vector<int> rows;
   Error e = MatchingRows(*s, v, st, o, book.date1904, &rows);
   if (!e.ok()) return e;
   out->rowCount = static_cast<long>(rows.size());
   if (rows.empty()) return Error();
-  Sheet* ws = w.get().findSheet(st.table.sheet);
+  CellWrites writes;
   for (int r : rows) {
     for (std::size_t i = 0; i < cols.size(); ++i) {
-      Cell cell = ToCell(values[i]);
-      if (cell.isEmpty()) {
-        ws->clear(r, cols[i]);
-      } else {
-        cell.style = ws->at(r, cols[i]).style;  // a new value keeps the cell's format
-        ws->set(r, cols[i], std::move(cell));
-      }
+      Error e = writes.Set(r, cols[i], values[i], true, st.columns[i]);  // keeps the format
+      if (!e.ok()) return e;
     }
   }
+  writes.ApplyTo(w.get().findSheet(st.table.sheet));
   out->changed = true;
   return Error();
 }
