@@ -30,6 +30,15 @@ bool EqualNoCase(const std::string& a, const std::string& b) {
 
 std::string Quote(const std::string& name) { return "'" + name + "'"; }
 
+// A name as a message shows it: a generated 32,000-character name would bury the message
+// (and overflow the buffers clients give SQLGetDiagRec).
+std::string QuoteShort(const std::string& name) {
+  if (name.size() <= 64) return Quote(name);
+  std::size_t cut = 60;
+  while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80) --cut;
+  return "'" + name.substr(0, cut) + "...'";
+}
+
 Error TableNotFound(const TableRef& t) {
   return Error(ErrorKind::kTableNotFound,
                "Table " + Quote(t.sheet) + " not found: the workbook has no sheet of that name.");
@@ -185,19 +194,19 @@ void AsStored(std::string_view text, std::string* stored, std::size_t* units) {
 Error CellWrites::Set(int row, int column, const Value& v, bool keepStyle,
                       const std::string& columnName) {
   if (row >= xls::kMaxRows) {
-    return Error(ErrorKind::kTableFull, "No row left for column " + Quote(columnName) +
+    return Error(ErrorKind::kTableFull, "No row left for column " + QuoteShort(columnName) +
                                             ": a sheet holds " + WithCommas(xls::kMaxRows) +
                                             " rows.");
   }
   if (column >= xls::kMaxColumns) {
-    return Error(ErrorKind::kTooManyColumns, "Column " + Quote(columnName) +
+    return Error(ErrorKind::kTooManyColumns, "Column " + QuoteShort(columnName) +
                                                  " would lie past column IV: a sheet has " +
                                                  std::to_string(xls::kMaxColumns) + " columns.");
   }
   Write w{row, column, keepStyle, Cell()};
   if (v.kind == Value::Kind::kNumber) {
     if (!std::isfinite(v.number)) {
-      return Error(ErrorKind::kInvalidValue, "The value for column " + Quote(columnName) +
+      return Error(ErrorKind::kInvalidValue, "The value for column " + QuoteShort(columnName) +
                                                  " is not a finite number: a cell cannot "
                                                  "hold NaN or infinity.");
     }
@@ -211,7 +220,7 @@ Error CellWrites::Set(int row, int column, const Value& v, bool keepStyle,
       AsStored(v.text, &stored, &units);
       if (units > xls::kMaxCellChars) {
         return Error(ErrorKind::kStringTooLong,
-                     "The text for column " + Quote(columnName) + " has " + WithCommas(units) +
+                     "The text for column " + QuoteShort(columnName) + " has " + WithCommas(units) +
                          " characters; a cell holds at most " + WithCommas(xls::kMaxCellChars) +
                          " (counted in UTF-16 code units).");
       }
@@ -240,7 +249,7 @@ Error CheckNewSheetName(const std::string& name) {
   AsStored(name, &stored, &units);
   if (stored != name || !Workbook::isValidSheetName(name)) {
     return Error(ErrorKind::kInvalidValue,
-                 "Cannot create table " + Quote(name) +
+                 "Cannot create table " + QuoteShort(name) +
                      ": a sheet name has 1 to 31 characters of UTF-8, none of : \\ / ? * [ ], "
                      "and does not begin or end with an apostrophe.");
   }
