@@ -1,12 +1,15 @@
 // Fuzz target for the SQL parser and the executor behind it: any bytes are parsed as a
-// statement and, when they parse, run against a small workbook. Nothing may crash, hang or
-// read out of bounds. Built with -DSPREADSHEET_FUZZ=ON (clang); the replay program in
-// tests/odbc-driver runs the same function over the committed corpus in every build.
+// statement and, when they parse, run twice against a small workbook (the second run sees
+// the first one's changes). Nothing may crash, hang or read out of bounds, and a statement
+// the executor accepts must leave a workbook the codec can encode.
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "odbc-driver/Executor.h"
+#include "xls/Xls.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string sql(reinterpret_cast<const char*>(data), size);
@@ -25,9 +28,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   xlsodbc::ExecOptions o;
   o.parameters = &params;
   xlsodbc::Outcome out;
-  // Run twice: the second run sees the first one's changes.
   for (int i = 0; i < 2; ++i) {
-    if (!xlsodbc::Execute(st, o, &book, &out).ok() || !out.result) continue;
+    if (!xlsodbc::Execute(st, o, &book, &out).ok()) continue;
+    if (out.changed) {
+      std::vector<std::uint8_t> bytes;
+      xls::Status saved = xls::WriteWorkbookToMemory(*book, &bytes);
+      if (!saved.ok()) {
+        std::fprintf(stderr, "accepted statement left an unsavable workbook: %s\n",
+                     saved.message().c_str());
+        std::abort();
+      }
+    }
+    if (!out.result) continue;
     std::string v;
     long rows = out.result->rowCount() < 50 ? out.result->rowCount() : 50;
     for (long r = 0; r < rows; ++r) {
