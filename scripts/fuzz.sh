@@ -7,6 +7,8 @@
 #
 #   scripts/fuzz.sh SECONDS TARGET=CORPUS[=MAX_LEN] ...
 #   e.g. scripts/fuzz.sh 300 odbc_journal=tests/odbc-driver/journal-corpus=4096
+# With FUZZ_CORPUS_OUT set, each grown corpus is kept in $FUZZ_CORPUS_OUT/<name>, to merge
+# into the committed one with <name>_fuzzer -merge=1.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 seconds=$1
@@ -33,7 +35,11 @@ for spec in "$@"; do
   ASAN_OPTIONS=detect_leaks=1 "$binary" -max_total_time="$seconds" ${maxlen:+-max_len=$maxlen} \
     -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$artifacts/$name-" \
     "$work" >"$log" 2>&1 || status=$?
-  rm -rf "$work"
+  if [ -n "${FUZZ_CORPUS_OUT:-}" ]; then
+    mkdir -p "$FUZZ_CORPUS_OUT" && rm -rf "${FUZZ_CORPUS_OUT:?}/$name" && mv "$work" "$FUZZ_CORPUS_OUT/$name"
+  else
+    rm -rf "$work"
+  fi
   grep -E '^stat::(number_of_executed_units|average_exec_per_sec|peak_rss_mb)|^Done ' "$log" || true
   if [ "$status" -ne 0 ]; then
     tail -n 60 "$log"

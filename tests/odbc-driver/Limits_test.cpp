@@ -3,6 +3,8 @@
 // next read-write connection opens the workbook and reads it back.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "OdbcTestSupport.h"
@@ -75,6 +77,60 @@ TEST(LimitsTest, TextPastWhatACellHoldsIsRefusedAndTheWorkbookStillSaves) {
   ASSERT_TRUE(opened.ok()) << opened.message;
   EXPECT_EQ(Lengths(again, "SELECT [v] FROM [T]"), (std::vector<long>{32767, 32767}));
   EXPECT_TRUE(again.Exec("INSERT INTO [T] VALUES ('4', 'x')").ok());
+}
+
+// A journal as a driver that accepted any text left it (format in odbc-driver/Journal.h):
+// the header naming the workbook's bytes, then one record a statement, without parameters.
+std::string JournalFor(const std::string& workbookBytes, const std::vector<std::string>& sqls) {
+  auto put = [](std::string* out, std::uint64_t v, int bytes) {
+    for (int i = 0; i < bytes; ++i) out->push_back(static_cast<char>(v >> (8 * i)));
+  };
+  std::uint64_t h64 = 14695981039346656037ull;  // FNV-1a
+  for (unsigned char c : workbookBytes) h64 = (h64 ^ c) * 1099511628211ull;
+  std::string out = "XLSJRNL1";
+  put(&out, workbookBytes.size(), 8);
+  put(&out, h64, 8);
+  for (const std::string& sql : sqls) {
+    std::string payload(1, '\1');  // FIRSTROWHASNAMES=1
+    put(&payload, sql.size(), 4);
+    payload += sql;
+    put(&payload, 0, 4);  // no parameters
+    std::uint32_t h32 = 2166136261u;
+    for (unsigned char c : payload) h32 = (h32 ^ c) * 16777619u;
+    put(&out, payload.size(), 4);
+    put(&out, h32, 4);
+    out += payload;
+  }
+  return out;
+}
+
+// A workbook an earlier driver left unsavable: its journal holds an INSERT of 40,000
+// characters, which every connection replayed and then failed to fold. Now the replay
+// refuses that statement alone and the next connection folds the rest.
+TEST(LimitsTest, AJournalHoldingTooLongTextNoLongerLocksTheWorkbookOut) {
+  TempDir dir;
+  const std::string book = dir.file("stuck.xls");
+  xls::Workbook wb;
+  xls::Sheet& s = wb.addSheet("T");
+  s.set(0, 0, xls::Cell::Text("k"));
+  ASSERT_TRUE(xls::WriteWorkbook(book, wb).ok());
+  std::ifstream in(book, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+  std::ofstream(book + "-journal", std::ios::binary)
+      << JournalFor(bytes, {"INSERT INTO [T] VALUES (before)",
+                            "INSERT INTO [T] VALUES ('" + std::string(40000, 'x') + "')",
+                            "INSERT INTO [T] VALUES (after)"});
+  {
+    Connection c;
+    Diag opened = c.Open(LibraryConnectionString(book));
+    ASSERT_TRUE(opened.ok()) << opened.message;
+    EXPECT_EQ(c.Query("SELECT * FROM [T]"), (Rows{{"k"}, {"before"}, {"after"}}));
+    EXPECT_TRUE(c.Exec("INSERT INTO [T] VALUES (new)").ok());
+  }
+  EXPECT_FALSE(std::ifstream(book + "-journal").good());  // folded and removed
+  xls::Workbook saved;
+  ASSERT_TRUE(xls::ReadWorkbook(book, &saved).ok());
+  EXPECT_EQ(saved.sheets()[0].usedRows(), 4);
 }
 
 // A workbook made by the codec with rows 1 to 65,535 taken: row 65,536 takes one more
