@@ -20,7 +20,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -39,26 +38,27 @@ using xlsodbc::Value;
   std::abort();
 }
 
-// One folder for the process's workbook files, in memory where the system has one: the
-// journal syncs after every statement.
-// Removed at exit: the name is kept in a plain array, which outlives every destructor.
-char workDir[4096];
-
-const char* WorkDir() {
-  if (workDir[0] == '\0') {
+// A folder of its own for each input, in memory where the system has one (the journal
+// syncs after every statement), removed when the input is done: libFuzzer may end the
+// process without running exit handlers.
+class WorkDir {
+ public:
+  WorkDir() {
     std::string base = access("/dev/shm", W_OK) == 0
                            ? std::string("/dev/shm")
                            : std::filesystem::temp_directory_path().string();
-    std::string pattern = base + "/statements-fuzz-XXXXXX";
-    if (pattern.size() >= sizeof workDir || !mkdtemp(&pattern[0])) Fail("no work folder");
-    std::memcpy(workDir, pattern.c_str(), pattern.size() + 1);
-    std::atexit([] {
-      std::error_code ignored;
-      std::filesystem::remove_all(workDir, ignored);
-    });
+    path_ = base + "/statements-fuzz-XXXXXX";
+    if (!mkdtemp(&path_[0])) Fail("no work folder");
   }
-  return workDir;
-}
+  ~WorkDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 // The workbook each input starts from: two sheets, text, numbers, a blank row, a date.
 const std::vector<std::uint8_t>& StartingBytes() {
@@ -172,11 +172,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   bool firstRowHasNames;
   const std::vector<Step> steps =
       Decode(std::string_view(reinterpret_cast<const char*>(data), size), &firstRowHasNames);
+  const WorkDir dir;
   xlsodbc::DatabaseOptions options;
-  options.path = std::string(WorkDir()) + "/book.xls";
+  options.path = dir.path() + "/book.xls";
   options.firstRowHasNames = firstRowHasNames;
   options.lockTimeoutMs = 1000;
-  std::filesystem::remove(options.path + "-journal");
   {
     std::ofstream file(options.path, std::ios::binary | std::ios::trunc);
     const auto& bytes = StartingBytes();
