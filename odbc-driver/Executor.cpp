@@ -1,12 +1,11 @@
 #include "odbc-driver/Executor.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstring>
-#include <unordered_map>
 
 #include "odbc-driver/CellText.h"
+#include "odbc-driver/Where.h"
 #include "xls/Strings.h"
 
 namespace xlsodbc {
@@ -260,153 +259,19 @@ namespace {
 
 // ---- WHERE ----
 
-enum class Truth { kFalse, kTrue, kUnknown };
-
-struct Scalar {
-  bool null = true;
-  bool numeric = false;
-  double number = 0;
-  std::string text;
-};
-
-bool ParseDouble(const std::string& s, double* d) {
-  if (s.empty()) return false;
-  auto res = std::from_chars(s.data(), s.data() + s.size(), *d);
-  return res.ec == std::errc() && res.ptr == s.data() + s.size();
-}
-
-class Matcher {
- public:
-  Matcher(const Sheet& s, const TableView& v, const TableRef& t, const ExecOptions& o, bool d1904)
-      : s_(s), v_(v), t_(t), o_(o), date1904_(d1904) {}
-
-  // Resolves column names and parameters once, before any row is tested.
-  Error Prepare(const Condition* c) {
-    if (!c) return Error();
-    if (c->kind == Condition::Kind::kAnd || c->kind == Condition::Kind::kOr ||
-        c->kind == Condition::Kind::kNot) {
-      for (const auto& term : c->terms) {
-        Error e = Prepare(term.get());
-        if (!e.ok()) return e;
-      }
-      return Error();
-    }
-    for (const Condition::Operand* op : {&c->lhs, &c->rhs}) {
-      if (op->isColumn) {
-        int idx = FindColumn(v_, op->column);
-        if (idx < 0) return ColumnNotFound(op->column, t_);
-        columns_[op] = idx;
-      } else if (op->value.kind == Value::Kind::kParameter) {
-        Value bound;
-        Error e = Bind(op->value, o_, &bound);
-        if (!e.ok()) return e;
-        values_[op] = bound;
-      }
-    }
-    return Error();
-  }
-
-  Truth Test(const Condition* c, int row) {
-    switch (c->kind) {
-      case Condition::Kind::kAnd:
-      case Condition::Kind::kOr: {
-        // Three-valued: one deciding term (false for AND, true for OR) settles the chain;
-        // otherwise any unknown term leaves it unknown.
-        const Truth decides = c->kind == Condition::Kind::kAnd ? Truth::kFalse : Truth::kTrue;
-        Truth result = decides == Truth::kFalse ? Truth::kTrue : Truth::kFalse;
-        for (const auto& term : c->terms) {
-          Truth t = Test(term.get(), row);
-          if (t == decides) return t;
-          if (t == Truth::kUnknown) result = t;
-        }
-        return result;
-      }
-      case Condition::Kind::kNot: {
-        Truth a = Test(c->terms[0].get(), row);
-        return a == Truth::kUnknown ? a : (a == Truth::kTrue ? Truth::kFalse : Truth::kTrue);
-      }
-      case Condition::Kind::kIsNull:
-      case Condition::Kind::kIsNotNull: {
-        bool isNull = Get(c->lhs, row).null;
-        return (isNull == (c->kind == Condition::Kind::kIsNull)) ? Truth::kTrue : Truth::kFalse;
-      }
-      case Condition::Kind::kCompare:
-        break;
-    }
-    Scalar a = Get(c->lhs, row), b = Get(c->rhs, row);
-    if (a.null || b.null) return Truth::kUnknown;
-    int cmp;
-    double x, y;
-    // Numbers compare as numbers, also against text that reads as one ('7' = 7); other
-    // text compares byte by byte, case-sensitively.
-    bool xn = a.numeric ? (x = a.number, true) : ParseDouble(a.text, &x);
-    bool yn = b.numeric ? (y = b.number, true) : ParseDouble(b.text, &y);
-    if ((a.numeric || b.numeric) && xn && yn) {
-      cmp = x < y ? -1 : (x > y ? 1 : 0);
-    } else {
-      cmp = a.text.compare(b.text);
-    }
-    bool r = false;
-    switch (c->op) {
-      case Condition::Op::kEq:
-        r = cmp == 0;
-        break;
-      case Condition::Op::kNe:
-        r = cmp != 0;
-        break;
-      case Condition::Op::kLt:
-        r = cmp < 0;
-        break;
-      case Condition::Op::kLe:
-        r = cmp <= 0;
-        break;
-      case Condition::Op::kGt:
-        r = cmp > 0;
-        break;
-      case Condition::Op::kGe:
-        r = cmp >= 0;
-        break;
-    }
-    return r ? Truth::kTrue : Truth::kFalse;
-  }
-
- private:
-  Scalar Get(const Condition::Operand& op, int row) {
-    Scalar out;
-    if (op.isColumn) {
-      const Cell& cell = s_.at(row, v_.left + columns_[&op]);
-      out.null = !CellText(cell, date1904_, &out.text);
-      out.numeric = cell.type == xls::CellType::kNumber || cell.type == xls::CellType::kBoolean ||
-                    cell.type == xls::CellType::kDateTime;
-      out.number = cell.number;
-      return out;
-    }
-    auto it = values_.find(&op);
-    const Value& v = it != values_.end() ? it->second : op.value;
-    out.null = v.kind == Value::Kind::kNull;
-    out.numeric = v.kind == Value::Kind::kNumber;
-    out.number = v.number;
-    out.text = out.numeric ? FormatNumber(v.number) : v.text;
-    return out;
-  }
-
-  const Sheet& s_;
-  const TableView& v_;
-  const TableRef& t_;
-  const ExecOptions& o_;
-  bool date1904_;
-  // Looked up once a comparison a row: a generated WHERE may hold tens of thousands.
-  std::unordered_map<const Condition::Operand*, int> columns_;
-  std::unordered_map<const Condition::Operand*, Value> values_;
-};
-
 Error MatchingRows(const Sheet& s, const TableView& v, const Statement& st, const ExecOptions& o,
                    bool date1904, std::vector<int>* rows) {
-  Matcher m(s, v, st.table, o, date1904);
-  Error e = m.Prepare(st.where.get());
+  RowFilter filter;
+  Error e = filter.Compile(
+      st.where.get(),
+      [&](const std::string& name, int* index) {
+        *index = FindColumn(v, name);
+        return *index < 0 ? ColumnNotFound(name, st.table) : Error();
+      },
+      [&](const Value& marker, Value* bound) { return Bind(marker, o, bound); });
   if (!e.ok()) return e;
   for (int r = v.firstData; r <= v.lastData; ++r) {
-    if (!st.where || m.Test(st.where.get(), r) == Truth::kTrue) rows->push_back(r);
+    if (filter.Matches(s, r, v.left, date1904)) rows->push_back(r);
   }
   return Error();
 }

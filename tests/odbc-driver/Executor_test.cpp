@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <set>
 
 #include "odbc-driver/Executor.h"
 #include "xls/Xls.h"
@@ -381,6 +382,68 @@ TEST_F(ExecutorTest, LongOrChainsRun) {
   Outcome out;
   ASSERT_TRUE(Run("UPDATE [S] SET [a]='hit' WHERE " + sql.substr(sql.find("a = -1")), &out).ok());
   EXPECT_EQ(out.rowCount, 3);
+}
+
+// From a few equalities on one column an OR is answered by set lookups; its rows must be
+// exactly what its terms give one at a time, under NOT too, where unknown is not false.
+TEST_F(ExecutorTest, AnOrOfEqualitiesMatchesItsTermsOneByOne) {
+  Ok("CREATE TABLE [S] ([id] char(255), [a] char(255))");
+  const std::vector<std::string> values = {"7",     "'7'", "'007'",  "10",     "'10'",
+                                           "'1e1'", "0",   "'-0'",   "'abc'",  "''",
+                                           "NULL",  "2.5", "'2.50'", "'#N/A'", "'Infinity'"};
+  for (std::size_t i = 0; i < values.size(); ++i)
+    Ok("INSERT INTO [S] VALUES (" + std::to_string(i) + ", " + values[i] + ")");
+  xls::Sheet& s = *book_->findSheet("S");
+  const xls::Cell fromFiles[] = {xls::Cell::Boolean(true), xls::Cell::DateTime(45000.5),
+                                 xls::Cell::Error(0x2A), xls::Cell::Number(1e300)};
+  for (const xls::Cell& cell : fromFiles) {
+    int row = s.usedRows();
+    s.set(row, 0, xls::Cell::Number(row));
+    s.set(row, 1, cell);
+  }
+  const std::vector<std::string> terms = {
+      "a = 7",       "a = '7'",       "'10' = a",   "a = 10",
+      "a = '1e1'",   "a = 0",         "a = 'abc'",  "a = ''",
+      "a = 1",       "a = '1'",       "a = '#N/A'", "a = 2.5",
+      "a = NULL",    "a > 100",       "a = ?",      "a = '2023-03-15 12:00:00'",
+      "a = '1e300'", "a = 'Infinity'"};
+  params_ = {Value{Value::Kind::kNumber, "", -0.0, 0}};  // -0 meets the cell 0
+  auto ids = [&](const std::string& where) {
+    std::set<std::string> out;
+    Rows rows = Select("SELECT [id] FROM [S] WHERE " + where);
+    for (std::size_t i = 1; i < rows.size(); ++i) out.insert(rows[i][0]);
+    return out;
+  };
+  std::vector<std::set<std::string>> trueFor, falseFor;
+  for (const std::string& term : terms) {
+    trueFor.push_back(ids(term));
+    falseFor.push_back(ids("NOT (" + term + ")"));
+  }
+  const std::set<std::string> all = ids("id IS NOT NULL");
+  // Every chain of four terms (each kind of match alone among others), then all of them.
+  std::vector<std::vector<std::size_t>> chains;
+  const std::size_t n = terms.size();
+  for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t j = i + 1; j < n; ++j)
+      for (std::size_t k = j + 1; k < n; ++k)
+        for (std::size_t l = k + 1; l < n; ++l) chains.push_back({i, j, k, l});
+  chains.emplace_back();
+  for (std::size_t i = 0; i < n; ++i) chains.back().push_back(i);
+  for (const auto& chain : chains) {
+    std::string where;
+    std::set<std::string> anyTrue, allFalse = all;
+    for (std::size_t t : chain) {
+      where += (where.empty() ? "" : " OR ") + terms[t];
+      anyTrue.insert(trueFor[t].begin(), trueFor[t].end());
+      std::set<std::string> keep;
+      for (const std::string& id : allFalse) {
+        if (falseFor[t].count(id)) keep.insert(id);
+      }
+      allFalse = keep;
+    }
+    ASSERT_EQ(ids(where), anyTrue) << where;
+    ASSERT_EQ(ids("NOT (" + where + ")"), allFalse) << where;
+  }
 }
 
 }  // namespace
