@@ -149,9 +149,10 @@ class Parser {
       std::size_t dollar = name.rfind('$');
       if (dollar != std::string::npos &&
           IsRangePastLastColumn(std::string_view(name).substr(dollar + 1))) {
+        // The region alone: it is short, where the sheet's name may not be.
         return FailLimit(ErrorKind::kTooManyColumns,
-                         "Table " + t->written + " reaches past column IV: a sheet has " +
-                             std::to_string(xls::kMaxColumns) + " columns.");
+                         "The region " + name.substr(dollar + 1) + " reaches past column IV: " +
+                             "a sheet has " + std::to_string(xls::kMaxColumns) + " columns.");
       }
       p_ = start;
       return Fail("bad table name or cell range");
