@@ -41,12 +41,12 @@ class CellWrites {
   //   kStringTooLong  text past 32,767 UTF-16 code units, what a BIFF8 cell holds;
   //   kInvalidValue   a number that is NaN or infinite (a file cannot hold one);
   //   kTableFull      a row past 65,536;  kTooManyColumns  a column past 256 (IV).
-  // Invalid UTF-8 is stored as U+FFFD, as the codec would write it. column names the
+  // Invalid UTF-8 is stored as U+FFFD, as the codec would write it. columnName names the
   // value in messages.
   // REQUIRES: v is not a parameter marker (bind it first); row, column >= 0.
   Error Set(int row, int column, const Value& v, bool keepStyle, const std::string& columnName);
-  bool empty() const { return writes_.empty(); }
-  // REQUIRES: every Set succeeded.
+  // Makes the queued changes. REQUIRES: every Set of the statement succeeded (a failed Set
+  // queues nothing; the statement then fails whole, applying none).
   void ApplyTo(xls::Sheet* sheet);
 
  private:
