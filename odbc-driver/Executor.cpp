@@ -1,11 +1,12 @@
 #include "odbc-driver/Executor.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cmath>
 #include <cstring>
-#include <map>
 
 #include "odbc-driver/CellText.h"
+#include "odbc-driver/Where.h"
+#include "xls/Strings.h"
 
 namespace xlsodbc {
 
@@ -27,6 +28,15 @@ bool EqualNoCase(const std::string& a, const std::string& b) {
 }
 
 std::string Quote(const std::string& name) { return "'" + name + "'"; }
+
+// A name as a message shows it: a generated 32,000-character name would bury the message
+// (and overflow the buffers clients give SQLGetDiagRec).
+std::string QuoteShort(const std::string& name) {
+  if (name.size() <= 64) return Quote(name);
+  std::size_t cut = 60;
+  while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80) --cut;
+  return "'" + name.substr(0, cut) + "...'";
+}
 
 Error TableNotFound(const TableRef& t) {
   return Error(ErrorKind::kTableNotFound,
@@ -146,163 +156,122 @@ Error Bind(const Value& in, const ExecOptions& o, Value* out) {
   return Error();
 }
 
-Cell ToCell(const Value& v) {
-  switch (v.kind) {
-    case Value::Kind::kText:
-      return Cell::Text(v.text);
-    case Value::Kind::kNumber:
-      return Cell::Number(v.number);
-    default:
-      return Cell();
+std::string WithCommas(std::size_t n) {
+  std::string digits = std::to_string(n), out;
+  for (std::size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % 3 == 0) out.push_back(',');
+    out.push_back(digits[i]);
+  }
+  return out;
+}
+
+bool IsAscii(std::string_view s) {
+  for (char c : s) {
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  }
+  return true;
+}
+
+// Text as the codec stores it: UTF-16 code units, invalid UTF-8 each byte a U+FFFD. *units
+// is the length a cell counts; *stored the UTF-8 that reads back.
+void AsStored(std::string_view text, std::string* stored, std::size_t* units) {
+  std::vector<std::uint16_t> utf16;
+  xls::Utf8ToUtf16(text, &utf16);
+  *units = utf16.size();
+  stored->clear();
+  for (std::size_t i = 0; i < utf16.size(); ++i) {
+    std::uint32_t u = utf16[i];
+    if (u >= 0xD800 && u <= 0xDBFF && i + 1 < utf16.size()) {  // always paired here
+      u = 0x10000 + ((u - 0xD800) << 10) + (utf16[++i] - 0xDC00u);
+    }
+    xls::AppendUtf8(u, stored);
   }
 }
+
+}  // namespace
+
+Error CellWrites::Set(int row, int column, const Value& v, bool keepStyle,
+                      const std::string& columnName) {
+  if (row >= xls::kMaxRows) {
+    return Error(ErrorKind::kTableFull, "No row left for column " + QuoteShort(columnName) +
+                                            ": a sheet holds " + WithCommas(xls::kMaxRows) +
+                                            " rows.");
+  }
+  if (column >= xls::kMaxColumns) {
+    return Error(ErrorKind::kTooManyColumns, "Column " + QuoteShort(columnName) +
+                                                 " would lie past column IV: a sheet has " +
+                                                 std::to_string(xls::kMaxColumns) + " columns.");
+  }
+  Write w{row, column, keepStyle, Cell()};
+  if (v.kind == Value::Kind::kNumber) {
+    if (!std::isfinite(v.number)) {
+      return Error(ErrorKind::kInvalidValue, "The value for column " + QuoteShort(columnName) +
+                                                 " is not a finite number: a cell cannot "
+                                                 "hold NaN or infinity.");
+    }
+    w.cell = Cell::Number(v.number);
+  } else if (v.kind == Value::Kind::kText) {
+    if (IsAscii(v.text) && v.text.size() <= xls::kMaxCellChars) {
+      w.cell = Cell::Text(v.text);
+    } else {
+      std::string stored;
+      std::size_t units;
+      AsStored(v.text, &stored, &units);
+      if (units > xls::kMaxCellChars) {
+        return Error(ErrorKind::kStringTooLong,
+                     "The text for column " + QuoteShort(columnName) + " has " + WithCommas(units) +
+                         " characters; a cell holds at most " + WithCommas(xls::kMaxCellChars) +
+                         " (counted in UTF-16 code units).");
+      }
+      w.cell = Cell::Text(stored);
+    }
+  }
+  writes_.push_back(std::move(w));
+  return Error();
+}
+
+void CellWrites::ApplyTo(Sheet* sheet) {
+  for (Write& w : writes_) {
+    if (w.cell.isEmpty()) {
+      sheet->clear(w.row, w.column);
+    } else {
+      if (w.keepStyle) w.cell.style = sheet->at(w.row, w.column).style;
+      sheet->set(w.row, w.column, std::move(w.cell));
+    }
+  }
+  writes_.clear();
+}
+
+Error CheckNewSheetName(const std::string& name) {
+  std::string stored;
+  std::size_t units;
+  AsStored(name, &stored, &units);
+  if (stored != name || !Workbook::isValidSheetName(name)) {
+    return Error(ErrorKind::kInvalidValue,
+                 "Cannot create table " + QuoteShort(name) +
+                     ": a sheet name has 1 to 31 characters of UTF-8, none of : \\ / ? * [ ], "
+                     "and does not begin or end with an apostrophe.");
+  }
+  return Error();
+}
+
+namespace {
 
 // ---- WHERE ----
 
-enum class Truth { kFalse, kTrue, kUnknown };
-
-struct Scalar {
-  bool null = true;
-  bool numeric = false;
-  double number = 0;
-  std::string text;
-};
-
-bool ParseDouble(const std::string& s, double* d) {
-  if (s.empty()) return false;
-  auto res = std::from_chars(s.data(), s.data() + s.size(), *d);
-  return res.ec == std::errc() && res.ptr == s.data() + s.size();
-}
-
-class Matcher {
- public:
-  Matcher(const Sheet& s, const TableView& v, const TableRef& t, const ExecOptions& o, bool d1904)
-      : s_(s), v_(v), t_(t), o_(o), date1904_(d1904) {}
-
-  // Resolves column names and parameters once, before any row is tested.
-  Error Prepare(const Condition* c) {
-    if (!c) return Error();
-    if (c->kind == Condition::Kind::kAnd || c->kind == Condition::Kind::kOr) {
-      Error e = Prepare(c->a.get());
-      return e.ok() ? Prepare(c->b.get()) : e;
-    }
-    if (c->kind == Condition::Kind::kNot) return Prepare(c->a.get());
-    for (const Condition::Operand* op : {&c->lhs, &c->rhs}) {
-      if (op->isColumn) {
-        int idx = FindColumn(v_, op->column);
-        if (idx < 0) return ColumnNotFound(op->column, t_);
-        columns_[op] = idx;
-      } else if (op->value.kind == Value::Kind::kParameter) {
-        Value bound;
-        Error e = Bind(op->value, o_, &bound);
-        if (!e.ok()) return e;
-        values_[op] = bound;
-      }
-    }
-    return Error();
-  }
-
-  Truth Test(const Condition* c, int row) {
-    switch (c->kind) {
-      case Condition::Kind::kAnd: {
-        Truth a = Test(c->a.get(), row);
-        if (a == Truth::kFalse) return a;
-        Truth b = Test(c->b.get(), row);
-        if (b == Truth::kFalse) return b;
-        return (a == Truth::kTrue && b == Truth::kTrue) ? Truth::kTrue : Truth::kUnknown;
-      }
-      case Condition::Kind::kOr: {
-        Truth a = Test(c->a.get(), row);
-        if (a == Truth::kTrue) return a;
-        Truth b = Test(c->b.get(), row);
-        if (b == Truth::kTrue) return b;
-        return (a == Truth::kFalse && b == Truth::kFalse) ? Truth::kFalse : Truth::kUnknown;
-      }
-      case Condition::Kind::kNot: {
-        Truth a = Test(c->a.get(), row);
-        return a == Truth::kUnknown ? a : (a == Truth::kTrue ? Truth::kFalse : Truth::kTrue);
-      }
-      case Condition::Kind::kIsNull:
-      case Condition::Kind::kIsNotNull: {
-        bool isNull = Get(c->lhs, row).null;
-        return (isNull == (c->kind == Condition::Kind::kIsNull)) ? Truth::kTrue : Truth::kFalse;
-      }
-      case Condition::Kind::kCompare:
-        break;
-    }
-    Scalar a = Get(c->lhs, row), b = Get(c->rhs, row);
-    if (a.null || b.null) return Truth::kUnknown;
-    int cmp;
-    double x, y;
-    // Numbers compare as numbers, also against text that reads as one ('7' = 7); other
-    // text compares byte by byte, case-sensitively.
-    bool xn = a.numeric ? (x = a.number, true) : ParseDouble(a.text, &x);
-    bool yn = b.numeric ? (y = b.number, true) : ParseDouble(b.text, &y);
-    if ((a.numeric || b.numeric) && xn && yn) {
-      cmp = x < y ? -1 : (x > y ? 1 : 0);
-    } else {
-      cmp = a.text.compare(b.text);
-    }
-    bool r = false;
-    switch (c->op) {
-      case Condition::Op::kEq:
-        r = cmp == 0;
-        break;
-      case Condition::Op::kNe:
-        r = cmp != 0;
-        break;
-      case Condition::Op::kLt:
-        r = cmp < 0;
-        break;
-      case Condition::Op::kLe:
-        r = cmp <= 0;
-        break;
-      case Condition::Op::kGt:
-        r = cmp > 0;
-        break;
-      case Condition::Op::kGe:
-        r = cmp >= 0;
-        break;
-    }
-    return r ? Truth::kTrue : Truth::kFalse;
-  }
-
- private:
-  Scalar Get(const Condition::Operand& op, int row) {
-    Scalar out;
-    if (op.isColumn) {
-      const Cell& cell = s_.at(row, v_.left + columns_[&op]);
-      out.null = !CellText(cell, date1904_, &out.text);
-      out.numeric = cell.type == xls::CellType::kNumber || cell.type == xls::CellType::kBoolean ||
-                    cell.type == xls::CellType::kDateTime;
-      out.number = cell.number;
-      return out;
-    }
-    auto it = values_.find(&op);
-    const Value& v = it != values_.end() ? it->second : op.value;
-    out.null = v.kind == Value::Kind::kNull;
-    out.numeric = v.kind == Value::Kind::kNumber;
-    out.number = v.number;
-    out.text = out.numeric ? FormatNumber(v.number) : v.text;
-    return out;
-  }
-
-  const Sheet& s_;
-  const TableView& v_;
-  const TableRef& t_;
-  const ExecOptions& o_;
-  bool date1904_;
-  std::map<const Condition::Operand*, int> columns_;
-  std::map<const Condition::Operand*, Value> values_;
-};
-
 Error MatchingRows(const Sheet& s, const TableView& v, const Statement& st, const ExecOptions& o,
                    bool date1904, std::vector<int>* rows) {
-  Matcher m(s, v, st.table, o, date1904);
-  Error e = m.Prepare(st.where.get());
+  RowFilter filter;
+  Error e = filter.Compile(
+      st.where.get(),
+      [&](const std::string& name, int* index) {
+        *index = FindColumn(v, name);
+        return *index < 0 ? ColumnNotFound(name, st.table) : Error();
+      },
+      [&](const Value& marker, Value* bound) { return Bind(marker, o, bound); });
   if (!e.ok()) return e;
   for (int r = v.firstData; r <= v.lastData; ++r) {
-    if (!st.where || m.Test(st.where.get(), r) == Truth::kTrue) rows->push_back(r);
+    if (filter.Matches(s, r, v.left, date1904)) rows->push_back(r);
   }
   return Error();
 }
@@ -422,14 +391,26 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   int left = t.hasRange ? t.range.left : 0;
   int width = static_cast<int>(st.columns.size());
   if (left + width > xls::kMaxColumns || (t.hasRange && left + width - 1 > t.range.right)) {
-    return Error(ErrorKind::kValueCount, "Table " + Quote(t.written) + " cannot hold " +
-                                             std::to_string(width) + " columns.");
+    return Error(ErrorKind::kTooManyColumns,
+                 "Table " + Quote(t.written) + " cannot hold " + std::to_string(width) +
+                     " columns: " +
+                     (left + width > xls::kMaxColumns ? "a sheet ends at column IV."
+                                                      : "the region is narrower."));
+  }
+  // The header as it will be stored, for comparing with a header already there.
+  CellWrites header;
+  std::vector<std::string> names(st.columns.size());
+  for (int i = 0; i < width; ++i) {
+    const std::string& name = st.columns[static_cast<std::size_t>(i)];
+    Error e = header.Set(top, left + i, Value{Value::Kind::kText, name, 0, 0}, false, name);
+    if (!e.ok()) return e;
+    std::size_t units;
+    AsStored(name, &names[static_cast<std::size_t>(i)], &units);
   }
   const Sheet* existing = book.findSheet(t.sheet);
-  if (!existing && !Workbook::isValidSheetName(t.sheet)) {
-    return Error(ErrorKind::kInvalidValue,
-                 "Cannot create table " + Quote(t.sheet) +
-                     ": a sheet name has 1 to 31 characters, none of : \\ / ? * [ ].");
+  if (!existing) {
+    Error e = CheckNewSheetName(t.sheet);
+    if (!e.ok()) return e;
   }
   if (existing && existing->usedRows() > 0) {
     // A non-empty sheet: the statement may only declare a table that is already there, with
@@ -443,7 +424,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
       std::string text;
       for (int i = 0; i < width; ++i) {
         if (!CellText(existing->at(row, left + i), book.date1904, &text) ||
-            text != st.columns[static_cast<std::size_t>(i)]) {
+            text != names[static_cast<std::size_t>(i)]) {
           return false;
         }
       }
@@ -470,8 +451,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   Workbook& wb = w.get();
   Sheet* s = wb.findSheet(t.sheet);
   if (!s) s = &wb.addSheet(t.sheet);
-  for (int i = 0; i < width; ++i)
-    s->set(top, left + i, Cell::Text(st.columns[static_cast<std::size_t>(i)]));
+  header.ApplyTo(s);
   out->changed = true;
   out->rowCount = 0;
   return Error();
@@ -528,13 +508,23 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
   int last = LastRowInColumns(*s, left, right, xls::kMaxRows - 1);
   int row = last >= 0 ? last + 1 : (o.firstRowHasNames ? top + 1 : top);
   if (row >= xls::kMaxRows) {
-    return Error(ErrorKind::kValueCount, "Table " + Quote(t.written) + " is full: a sheet holds " +
-                                             std::to_string(xls::kMaxRows) + " rows.");
+    return Error(ErrorKind::kTableFull, "Table " + Quote(t.written) +
+                                            " is full: a sheet ends at row " +
+                                            WithCommas(xls::kMaxRows) + ".");
   }
-  Sheet* ws = w.get().findSheet(t.sheet);
+  CellWrites writes;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    if (values[i].kind != Value::Kind::kNull) ws->set(row, target[i], ToCell(values[i]));
+    if (values[i].kind == Value::Kind::kNull) continue;
+    std::string name;
+    if (!st.columns.empty()) {
+      name = st.columns[i];
+    } else if (!CellText(s->at(top, target[i]), book.date1904, &name) || name.empty()) {
+      name = "F" + std::to_string(target[i] - left + 1);
+    }
+    Error e = writes.Set(row, target[i], values[i], false, name);
+    if (!e.ok()) return e;
   }
+  writes.ApplyTo(w.get().findSheet(t.sheet));
   out->changed = true;
   out->rowCount = 1;
   return Error();
@@ -554,23 +544,25 @@ Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Wor
     Error e = Bind(st.values[i], o, &values[i]);
     if (!e.ok()) return e;
   }
+  // The values are checked even when no row matches: the statement is refused either way.
+  CellWrites probe;
+  for (std::size_t i = 0; i < cols.size(); ++i) {
+    Error e = probe.Set(0, cols[i], values[i], true, st.columns[i]);
+    if (!e.ok()) return e;
+  }
   std::vector<int> rows;
   Error e = MatchingRows(*s, v, st, o, book.date1904, &rows);
   if (!e.ok()) return e;
   out->rowCount = static_cast<long>(rows.size());
   if (rows.empty()) return Error();
-  Sheet* ws = w.get().findSheet(st.table.sheet);
+  CellWrites writes;
   for (int r : rows) {
     for (std::size_t i = 0; i < cols.size(); ++i) {
-      Cell cell = ToCell(values[i]);
-      if (cell.isEmpty()) {
-        ws->clear(r, cols[i]);
-      } else {
-        cell.style = ws->at(r, cols[i]).style;  // a new value keeps the cell's format
-        ws->set(r, cols[i], std::move(cell));
-      }
+      Error e = writes.Set(r, cols[i], values[i], true, st.columns[i]);  // keeps the format
+      if (!e.ok()) return e;
     }
   }
+  writes.ApplyTo(w.get().findSheet(st.table.sheet));
   out->changed = true;
   return Error();
 }

@@ -29,6 +29,39 @@ struct Outcome {
   bool changed = false;               // the model differs from before
 };
 
+// The cell-writing layer: every change a statement makes to cells goes through a batch,
+// whatever produced the statement. Each value is checked against what the codec can save,
+// and its text made what the codec will store, when it is queued; nothing is applied until
+// the whole batch is queued. So a statement either fails with the model unchanged or leaves
+// a model that saves and reads back equal.
+class CellWrites {
+ public:
+  // Queues row, column := v (kNull: the cell is cleared). keepStyle: the cell keeps its
+  // format. Fails with
+  //   kStringTooLong  text past 32,767 UTF-16 code units, what a BIFF8 cell holds;
+  //   kInvalidValue   a number that is NaN or infinite (a file cannot hold one);
+  //   kTableFull      a row past 65,536;  kTooManyColumns  a column past 256 (IV).
+  // Invalid UTF-8 is stored as U+FFFD, as the codec would write it. columnName names the
+  // value in messages.
+  // REQUIRES: v is not a parameter marker (bind it first); row, column >= 0.
+  Error Set(int row, int column, const Value& v, bool keepStyle, const std::string& columnName);
+  // Makes the queued changes. REQUIRES: every Set of the statement succeeded (a failed Set
+  // queues nothing; the statement then fails whole, applying none).
+  void ApplyTo(xls::Sheet* sheet);
+
+ private:
+  struct Write {
+    int row, column;
+    bool keepStyle;
+    xls::Cell cell;
+  };
+  std::vector<Write> writes_;
+};
+
+// A new sheet's name: 1 to 31 characters of valid UTF-8, none of : \ / ? * [ ], not
+// starting or ending with an apostrophe (what the codec writes and reads back the same).
+Error CheckNewSheetName(const std::string& name);
+
 // Runs st against *book. Changes are made on *book, which is first copied when another owner
 // (an open result) shares it, so results keep the state they were made from. On failure the
 // model is unchanged.

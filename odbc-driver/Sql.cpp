@@ -1,6 +1,7 @@
 #include "odbc-driver/Sql.h"
 
 #include <charconv>
+#include <cmath>
 
 #include "odbc-driver/CellText.h"
 
@@ -87,6 +88,12 @@ class Parser {
     return false;
   }
 
+  // A statement that parses but goes past what the driver takes: also the first failure only.
+  bool FailLimit(ErrorKind kind, const std::string& message) {
+    if (error_.ok()) error_ = Error(kind, message);
+    return false;
+  }
+
   bool Keyword(const char* kw) {
     Skip();
     std::size_t n = 0;
@@ -139,6 +146,14 @@ class Parser {
     if (!ParseName(&name, "table name")) return false;
     t->written = std::string(s_.substr(start, p_ - start));
     if (!ParseTableName(name, t)) {
+      std::size_t dollar = name.rfind('$');
+      if (dollar != std::string::npos &&
+          IsRangePastLastColumn(std::string_view(name).substr(dollar + 1))) {
+        // The region alone: it is short, where the sheet's name may not be.
+        return FailLimit(ErrorKind::kTooManyColumns,
+                         "The region " + name.substr(dollar + 1) + " reaches past column IV: " +
+                             "a sheet has " + std::to_string(xls::kMaxColumns) + " columns.");
+      }
       p_ = start;
       return Fail("bad table name or cell range");
     }
@@ -335,35 +350,28 @@ class Parser {
     }
   }
 
-  std::unique_ptr<Condition> ParseOr() {
-    auto left = ParseAnd();
-    while (left && Keyword("OR")) {
-      auto right = ParseAnd();
-      if (!right) return nullptr;
-      auto node = std::make_unique<Condition>();
-      node->kind = Condition::Kind::kOr;
-      node->a = std::move(left);
-      node->b = std::move(right);
-      left = std::move(node);
-    }
-    return left;
+  // A chain of one operator is read in a loop into one node (see Condition).
+  std::unique_ptr<Condition> ParseChain(Condition::Kind kind) {
+    const bool isOr = kind == Condition::Kind::kOr;
+    auto term = [&] { return isOr ? ParseChain(Condition::Kind::kAnd) : ParseNot(); };
+    auto first = term();
+    if (!first || !Keyword(isOr ? "OR" : "AND")) return first;
+    auto node = std::make_unique<Condition>();
+    node->kind = kind;
+    node->terms.push_back(std::move(first));
+    do {
+      auto next = term();
+      if (!next) return nullptr;
+      node->terms.push_back(std::move(next));
+    } while (Keyword(isOr ? "OR" : "AND"));
+    return node;
   }
-  std::unique_ptr<Condition> ParseAnd() {
-    auto left = ParseNot();
-    while (left && Keyword("AND")) {
-      auto right = ParseNot();
-      if (!right) return nullptr;
-      auto node = std::make_unique<Condition>();
-      node->kind = Condition::Kind::kAnd;
-      node->a = std::move(left);
-      node->b = std::move(right);
-      left = std::move(node);
-    }
-    return left;
-  }
+  std::unique_ptr<Condition> ParseOr() { return ParseChain(Condition::Kind::kOr); }
+
   std::unique_ptr<Condition> ParseNot() {
-    if (++depth_ > 200) {
-      Fail("conditions nested too deeply");
+    if (++depth_ > kMaxConditionDepth) {
+      FailLimit(ErrorKind::kTooComplex, "The condition nests parentheses and NOT more than " +
+                                            std::to_string(kMaxConditionDepth) + " deep.");
       return nullptr;
     }
     std::unique_ptr<Condition> result;
@@ -372,7 +380,7 @@ class Parser {
       if (inner) {
         result = std::make_unique<Condition>();
         result->kind = Condition::Kind::kNot;
-        result->a = std::move(inner);
+        result->terms.push_back(std::move(inner));
       }
     } else if (Peek() == '(') {
       ++p_;
@@ -398,6 +406,11 @@ class Parser {
   }
 
   std::unique_ptr<Condition> ParseComparison() {
+    if (++comparisons_ > kMaxConditionTerms) {
+      FailLimit(ErrorKind::kTooComplex, "The condition has more than " +
+                                            std::to_string(kMaxConditionTerms) + " comparisons.");
+      return nullptr;
+    }
     auto node = std::make_unique<Condition>();
     if (!ParseOperand(&node->lhs)) return nullptr;
     if (Keyword("IS")) {
@@ -432,11 +445,13 @@ class Parser {
   std::size_t p_ = 0;
   int parameters_ = 0;
   int depth_ = 0;
+  int comparisons_ = 0;
   Error error_;
 };
 
-// "A1" -> row 0, column 0; false past IV65536.
-bool ParseCell(std::string_view t, int* row, int* col) {
+// "A1" -> row 0, column 0; false when malformed or past row 65,536. Columns run to ZZZ
+// here: the callers decide what past IV means.
+bool ParseCellAnyColumn(std::string_view t, int* row, int* col) {
   std::size_t i = 0;
   int c = 0;
   while (i < t.size() && IsAlpha(t[i]) && i < 3) c = c * 26 + (Upper(t[i++]) - 'A' + 1);
@@ -444,10 +459,14 @@ bool ParseCell(std::string_view t, int* row, int* col) {
   long r = 0;
   std::size_t digits = i;
   while (i < t.size() && IsDigit(t[i]) && i - digits < 6) r = r * 10 + (t[i++] - '0');
-  if (i != t.size() || r < 1 || r > xls::kMaxRows || c > xls::kMaxColumns) return false;
+  if (i != t.size() || r < 1 || r > xls::kMaxRows) return false;
   *row = static_cast<int>(r - 1);
   *col = c - 1;
   return true;
+}
+
+bool ParseCell(std::string_view t, int* row, int* col) {
+  return ParseCellAnyColumn(t, row, col) && *col < xls::kMaxColumns;
 }
 
 }  // namespace
@@ -467,6 +486,18 @@ bool ParseCellRange(std::string_view text, CellRange* out) {
   out->left = std::min(c1, c2);
   out->right = std::max(c1, c2);
   return true;
+}
+
+bool IsRangePastLastColumn(std::string_view text) {
+  std::size_t colon = text.find(':');
+  int r1, c1, r2 = 0, c2 = 0;
+  if (colon == std::string_view::npos) {
+    if (!ParseCellAnyColumn(text, &r1, &c1)) return false;
+  } else if (!ParseCellAnyColumn(text.substr(0, colon), &r1, &c1) ||
+             !ParseCellAnyColumn(text.substr(colon + 1), &r2, &c2)) {
+    return false;
+  }
+  return c1 >= xls::kMaxColumns || c2 >= xls::kMaxColumns;
 }
 
 bool ParseTableName(std::string_view name, TableRef* out) {
@@ -490,7 +521,7 @@ bool IsCanonicalNumber(std::string_view text, double* value) {
   double d;
   auto res = std::from_chars(text.data(), text.data() + text.size(), d);
   if (res.ec != std::errc() || res.ptr != text.data() + text.size()) return false;
-  if (FormatNumber(d) != text) return false;
+  if (!std::isfinite(d) || FormatNumber(d) != text) return false;
   *value = d;
   return true;
 }

@@ -43,7 +43,9 @@ struct Value {
   int parameter = 0;  // kParameter: 0-based index of the ? marker
 };
 
-// A WHERE condition tree.
+// A WHERE condition tree. A chain of ORs (or of ANDs) is one node with a term each, so the
+// tree is only as deep as the parentheses and NOTs written: a generated 60,000-term OR is
+// one level, and nothing that walks the tree recurses once a term.
 struct Condition {
   enum class Kind { kAnd, kOr, kNot, kCompare, kIsNull, kIsNotNull };
   enum class Op { kEq, kNe, kLt, kLe, kGt, kGe };
@@ -54,9 +56,14 @@ struct Condition {
   };
   Kind kind = Kind::kCompare;
   Op op = Op::kEq;
-  Operand lhs, rhs;                 // kCompare (lhs only for the null tests)
-  std::unique_ptr<Condition> a, b;  // kAnd, kOr (a and b), kNot (a)
+  Operand lhs, rhs;                               // kCompare (lhs only for the null tests)
+  std::vector<std::unique_ptr<Condition>> terms;  // kAnd, kOr: two or more; kNot: one
 };
+
+// Past these a statement fails with kTooComplex: parentheses and NOTs nested deeper than
+// kMaxConditionDepth, or more than kMaxConditionTerms comparisons in one WHERE.
+constexpr int kMaxConditionDepth = 200;
+constexpr int kMaxConditionTerms = 1000000;
 
 struct Statement {
   enum class Kind { kSelect, kCreate, kInsert, kUpdate, kDrop };
@@ -71,7 +78,9 @@ struct Statement {
 };
 
 // Parses one statement (an optional trailing ';' allowed). On failure *out is unspecified
-// and the error, of kind kSyntax, gives the 1-based character position and what was found.
+// and the error, of kind kSyntax, gives the 1-based character position and what was found;
+// a condition past the limits above is kTooComplex, and a region past column IV
+// kTooManyColumns.
 Error ParseSql(std::string_view sql, Statement* out);
 
 // Parses "A1", "A1:IV65536" or "IV1:A3" into an ordered range; false when malformed or
@@ -81,8 +90,13 @@ Error ParseSql(std::string_view sql, Statement* out);
 // Splits a table name as written inside brackets into sheet and range.
 [[nodiscard]] bool ParseTableName(std::string_view name, TableRef* out);
 
+// True when text names a cell or region with a column past IV ("IW1", "A1:XFD9"): well
+// formed, but beyond the sheet's 256 columns.
+[[nodiscard]] bool IsRangePastLastColumn(std::string_view text);
+
 // A bare word or a number's text that reads back the same way as a number: "10", "-2.5",
-// but not "007", "1.50" or "1e3". Those stay text so that what goes in comes out unchanged.
+// but not "007", "1.50" or "1e3". Those stay text so that what goes in comes out unchanged,
+// as do "NaN" and "Infinity": a cell holds finite numbers only.
 [[nodiscard]] bool IsCanonicalNumber(std::string_view text, double* value);
 
 }  // namespace xlsodbc

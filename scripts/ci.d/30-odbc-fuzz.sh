@@ -1,19 +1,13 @@
 #!/usr/bin/env bash
-# A short libFuzzer run of the ODBC driver's SQL parser and executor, built with clang in a
-# folder of its own. New crashes fail the check; add the input to
-# tests/odbc-driver/sql-corpus once fixed, so that every test run replays it.
+# Short libFuzzer runs of the ODBC driver's targets, ODBC_FUZZ_SECONDS each
+# (scripts/fuzz.sh): the SQL parser and executor and the SQLite engine (statements up to
+# 64 KiB), the journal decoder, connection strings, and statements with parameters on a
+# workbook file that is saved and read back.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-build=${ODBC_FUZZ_BUILD_DIR:-${BUILD_DIR:-$root/build-test}-odbc-fuzz}
-seconds=${ODBC_FUZZ_SECONDS:-60}
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DSPREADSHEET_FUZZ=ON -DSPREADSHEET_SANITIZE=ON \
-  -DSPREADSHEET_BUILD_TESTS=OFF -DSPREADSHEET_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build" --target sql_fuzzer
-corpus=$(mktemp -d)
-trap 'rm -rf "$corpus"' EXIT
-cp "$root"/tests/odbc-driver/sql-corpus/* "$corpus"/
-cd "$build"
-ASAN_OPTIONS=detect_leaks=1 ./odbc-driver/sql_fuzzer -max_total_time="$seconds" -max_len=512 \
-  -timeout=10 -print_final_stats=1 "$corpus"
+exec "$root/scripts/fuzz.sh" "${ODBC_FUZZ_SECONDS:-60}" \
+  odbc_sql=tests/odbc-driver/sql-corpus=65536 \
+  odbc_sql_engine=tests/odbc-driver/sql-corpus=65536 \
+  odbc_journal=tests/odbc-driver/journal-corpus=4096 \
+  odbc_connection_string=tests/odbc-driver/connection-string-corpus=1024 \
+  odbc_statements=tests/odbc-driver/statements-corpus=4096

@@ -2,7 +2,11 @@
 // puts a row, what SELECT returns, what UPDATE and DROP change.
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <set>
+
 #include "odbc-driver/Executor.h"
+#include "xls/Xls.h"
 
 namespace xlsodbc {
 namespace {
@@ -76,9 +80,10 @@ TEST_F(ExecutorTest, LibraryLifecycle) {
   Ok("INSERT INTO [Sheet1$A6:X6] VALUES ('x', '1')");
   Ok("INSERT INTO [Sheet1$A7:X7] VALUES ('y', '2')");
   Ok("CREATE TABLE [Sheet1$A4:IV65536] ([Name] char(255), [Qty] char(255))");
-  EXPECT_EQ(Run("CREATE TABLE [Sheet1$A4:IV65536] ([Name] char(255), [Qty] char(255), [New] char(255))")
-                .kind(),
-            ErrorKind::kTableExists);
+  EXPECT_EQ(
+      Run("CREATE TABLE [Sheet1$A4:IV65536] ([Name] char(255), [Qty] char(255), [New] char(255))")
+          .kind(),
+      ErrorKind::kTableExists);
   EXPECT_EQ(Select("SELECT [Name] FROM [Sheet1$A1:IV65536]"),
             (Rows{{"Name"}, {"abc"}, {"d e"}, {"x"}, {"y"}}));
   Ok("UPDATE [Sheet1] SET [Qty]='11' WHERE ([Name]='abc' )");
@@ -112,7 +117,8 @@ TEST_F(ExecutorTest, CreateOnExistingTables) {
       {"CREATE TABLE [T$A3:B9] ([p] char(255), [q] char(255))", ErrorKind::kTableExists},
       {"CREATE TABLE [T] ([x] char(255), [X] char(255))", ErrorKind::kInvalidValue},
       {"CREATE TABLE [Bad:Name] ([x] char(255))", ErrorKind::kInvalidValue},
-      {"CREATE TABLE [U$IV1] ([x] char(255), [y] char(255))", ErrorKind::kValueCount},
+      {"CREATE TABLE [U$IV1] ([x] char(255), [y] char(255))", ErrorKind::kTooManyColumns},
+      {"CREATE TABLE [U$A1:A9] ([x] char(255), [y] char(255))", ErrorKind::kTooManyColumns},
   };
   for (const Case& c : cases) EXPECT_EQ(Run(c.sql).kind(), c.expected) << c.sql;
   EXPECT_EQ(book_->sheets().size(), 1u);
@@ -149,10 +155,17 @@ TEST_F(ExecutorTest, InsertGoesBelowTheLastRowOfItsColumns) {
   EXPECT_EQ(CellAt("S", 1, 3), "z");
 }
 
-TEST_F(ExecutorTest, InsertIntoAFullSheetFails) {
+// Row 65,536 is the sheet's last: it takes a record, the next one is refused as a full
+// table (not as a column-count mismatch), and the model is left as it was.
+TEST_F(ExecutorTest, TheLastRowFillsTheTable) {
   Ok("CREATE TABLE [S] ([a] char(255))");
-  book_->findSheet("S")->set(xls::kMaxRows - 1, 0, xls::Cell::Text("last"));
-  EXPECT_EQ(Run("INSERT INTO [S] VALUES (x)").kind(), ErrorKind::kValueCount);
+  book_->findSheet("S")->set(xls::kMaxRows - 2, 0, xls::Cell::Text("before"));
+  Ok("INSERT INTO [S] VALUES (last)");
+  EXPECT_EQ(CellAt("S", xls::kMaxRows - 1, 0), "last");
+  Error full = Run("INSERT INTO [S] VALUES (x)");
+  EXPECT_EQ(full.kind(), ErrorKind::kTableFull);
+  EXPECT_NE(full.message().find("is full"), std::string::npos) << full.message();
+  EXPECT_EQ(book_->findSheet("S")->usedRows(), xls::kMaxRows);
 }
 
 TEST_F(ExecutorTest, SelectShapesAndTypes) {
@@ -277,6 +290,160 @@ TEST_F(ExecutorTest, ResultsAreSnapshots) {
   ASSERT_EQ(out.result->rowCount(), 1);
   EXPECT_TRUE(out.result->value(0, 0, &v));
   EXPECT_EQ(v, "one");
+}
+
+// Every value a statement stores is one the codec can save: each limit is checked where the
+// statement writes, the refused statement changes nothing, and every accepted one leaves a
+// workbook that encodes.
+TEST_F(ExecutorTest, StoredValuesStayWithinWhatAWorkbookHolds) {
+  Ok("CREATE TABLE [S] ([a] char(255), [b] char(255))");
+  Ok("INSERT INTO [S] VALUES ('x', 'y')");
+  const std::string fits(32767, 'x'), over(32768, 'x');
+  std::string emoji;  // U+1F600 is two UTF-16 code units: 16,384 of them are 32,768
+  for (int i = 0; i < 16384; ++i) emoji += "\xF0\x9F\x98\x80";
+  std::string accents;  // U+00E9 is one code unit in two bytes: 32,767 of them fit
+  for (int i = 0; i < 32767; ++i) accents += "\xC3\xA9";
+  const Value kText{Value::Kind::kText, "", 0, 0};
+  struct Case {
+    std::string sql;
+    std::string parameter;  // bound to the statement's ? when it has one
+    ErrorKind expected;
+  } cases[] = {
+      {"INSERT INTO [S] VALUES ('" + fits + "', 1)", "", ErrorKind::kNone},
+      {"INSERT INTO [S] VALUES ('" + over + "', 1)", "", ErrorKind::kStringTooLong},
+      {"INSERT INTO [S] ([b]) VALUES (" + over + ")", "", ErrorKind::kStringTooLong},
+      {"UPDATE [S] SET [b]='" + fits + "' WHERE [a]='x'", "", ErrorKind::kNone},
+      {"UPDATE [S] SET [b]='" + over + "' WHERE [a]='x'", "", ErrorKind::kStringTooLong},
+      {"UPDATE [S] SET [b]='" + over + "' WHERE [a]='none'", "", ErrorKind::kStringTooLong},
+      {"INSERT INTO [S] VALUES (?, 2)", fits, ErrorKind::kNone},
+      {"INSERT INTO [S] VALUES (?, 2)", over, ErrorKind::kStringTooLong},
+      {"UPDATE [S] SET [a]=?", over, ErrorKind::kStringTooLong},
+      {"INSERT INTO [S] VALUES (?, 3)", accents, ErrorKind::kNone},
+      {"INSERT INTO [S] VALUES (?, 3)", emoji, ErrorKind::kStringTooLong},
+      {"INSERT INTO [S] VALUES (?, 3)", emoji.substr(4), ErrorKind::kNone},
+      {"CREATE TABLE [T] ([" + over + "] char(255))", "", ErrorKind::kStringTooLong},
+      {"CREATE TABLE [T] ([" + fits + "] char(255))", "", ErrorKind::kNone},
+      {"CREATE TABLE [Bad\xFF] (a)", "", ErrorKind::kInvalidValue},  // not UTF-8
+      {"CREATE TABLE [" + std::string(32, 'n') + "] (a)", "", ErrorKind::kInvalidValue},
+      {"CREATE TABLE [" + std::string(31, 'n') + "] (a)", "", ErrorKind::kNone},
+      {"INSERT INTO [S] VALUES (NaN, Infinity)", "", ErrorKind::kNone},  // bare words: text
+  };
+  for (const Case& c : cases) {
+    params_ = {kText};
+    params_[0].text = c.parameter;
+    auto before = std::make_shared<xls::Workbook>(*book_);
+    Error e = Run(c.sql);
+    EXPECT_EQ(e.kind(), c.expected) << c.sql.substr(0, 60) << ": " << e.message();
+    if (!e.ok()) {
+      EXPECT_EQ(book_->findSheet("S")->rows(), before->findSheet("S")->rows())
+          << c.sql.substr(0, 60);
+      EXPECT_EQ(book_->sheets().size(), before->sheets().size());
+    }
+    std::vector<std::uint8_t> bytes;
+    xls::Status saved = xls::WriteWorkbookToMemory(*book_, &bytes);
+    EXPECT_TRUE(saved.ok()) << c.sql.substr(0, 60) << ": " << saved.message();
+  }
+  EXPECT_EQ(Select("SELECT [a], [b] FROM [S] WHERE [b] = 'Infinity'"),
+            (Rows{{"a", "b"}, {"NaN", "Infinity"}}));
+
+  // A bound number must be finite; bytes that are not UTF-8 are stored as the codec will
+  // write them (U+FFFD), so what is read now is what is read after a save.
+  params_ = {Value{Value::Kind::kNumber, "", std::numeric_limits<double>::quiet_NaN(), 0}};
+  EXPECT_EQ(Run("INSERT INTO [S] VALUES (?, 4)").kind(), ErrorKind::kInvalidValue);
+  params_ = {Value{Value::Kind::kNumber, "", -std::numeric_limits<double>::infinity(), 0}};
+  EXPECT_EQ(Run("UPDATE [S] SET [b]=?").kind(), ErrorKind::kInvalidValue);
+  params_ = {kText};
+  params_[0].text = "caf\xE9";
+  Ok("UPDATE [S] SET [b]=? WHERE [a]='x'");
+  EXPECT_EQ(Select("SELECT [b] FROM [S] WHERE [a]='x'"), (Rows{{"b"}, {"caf\xEF\xBF\xBD"}}));
+}
+
+// Too many columns for the sheet: 256 fit, the 257th is refused, at A or at a later corner.
+TEST_F(ExecutorTest, TablesEndAtColumnIV) {
+  auto create = [](const std::string& table, int columns) {
+    std::string sql = "CREATE TABLE " + table + " (";
+    for (int i = 0; i < columns; ++i) sql += (i ? ", c" : "c") + std::to_string(i);
+    return sql + ")";
+  };
+  EXPECT_EQ(Run(create("[Wide]", 257)).kind(), ErrorKind::kTooManyColumns);
+  EXPECT_EQ(Run(create("[Wide$B1]", 256)).kind(), ErrorKind::kTooManyColumns);
+  EXPECT_EQ(book_->findSheet("Wide"), nullptr);
+  Ok(create("[Wide]", 256));
+  EXPECT_EQ(CellAt("Wide", 0, 255), "c255");
+}
+
+// A generated 60,000-term OR runs (the chain is flat) and gives the right rows.
+TEST_F(ExecutorTest, LongOrChainsRun) {
+  Ok("CREATE TABLE [S] ([a] char(255))");
+  for (int i = 0; i < 5; ++i) Ok("INSERT INTO [S] VALUES (" + std::to_string(i * 30000) + ")");
+  std::string sql = "SELECT [a] FROM [S] WHERE a = -1";
+  for (int i = 1; i < 60000; ++i) sql += " OR a = " + std::to_string(i * 2);
+  EXPECT_EQ(Select(sql), (Rows{{"a"}, {"30000"}, {"60000"}, {"90000"}}));
+  Outcome out;
+  ASSERT_TRUE(Run("UPDATE [S] SET [a]='hit' WHERE " + sql.substr(sql.find("a = -1")), &out).ok());
+  EXPECT_EQ(out.rowCount, 3);
+}
+
+// From a few equalities on one column an OR is answered by set lookups; its rows must be
+// exactly what its terms give one at a time, under NOT too, where unknown is not false.
+TEST_F(ExecutorTest, AnOrOfEqualitiesMatchesItsTermsOneByOne) {
+  Ok("CREATE TABLE [S] ([id] char(255), [a] char(255))");
+  const std::vector<std::string> values = {"7",     "'7'", "'007'",  "10",     "'10'",
+                                           "'1e1'", "0",   "'-0'",   "'abc'",  "''",
+                                           "NULL",  "2.5", "'2.50'", "'#N/A'", "'Infinity'"};
+  for (std::size_t i = 0; i < values.size(); ++i)
+    Ok("INSERT INTO [S] VALUES (" + std::to_string(i) + ", " + values[i] + ")");
+  xls::Sheet& s = *book_->findSheet("S");
+  const xls::Cell fromFiles[] = {xls::Cell::Boolean(true), xls::Cell::DateTime(45000.5),
+                                 xls::Cell::Error(0x2A), xls::Cell::Number(1e300)};
+  for (const xls::Cell& cell : fromFiles) {
+    int row = s.usedRows();
+    s.set(row, 0, xls::Cell::Number(row));
+    s.set(row, 1, cell);
+  }
+  const std::vector<std::string> terms = {
+      "a = 7",       "a = '7'",       "'10' = a",   "a = 10",
+      "a = '1e1'",   "a = 0",         "a = 'abc'",  "a = ''",
+      "a = 1",       "a = '1'",       "a = '#N/A'", "a = 2.5",
+      "a = NULL",    "a > 100",       "a = ?",      "a = '2023-03-15 12:00:00'",
+      "a = '1e300'", "a = 'Infinity'"};
+  params_ = {Value{Value::Kind::kNumber, "", -0.0, 0}};  // -0 meets the cell 0
+  auto ids = [&](const std::string& where) {
+    std::set<std::string> out;
+    Rows rows = Select("SELECT [id] FROM [S] WHERE " + where);
+    for (std::size_t i = 1; i < rows.size(); ++i) out.insert(rows[i][0]);
+    return out;
+  };
+  std::vector<std::set<std::string>> trueFor, falseFor;
+  for (const std::string& term : terms) {
+    trueFor.push_back(ids(term));
+    falseFor.push_back(ids("NOT (" + term + ")"));
+  }
+  const std::set<std::string> all = ids("id IS NOT NULL");
+  // Every chain of four terms (each kind of match alone among others), then all of them.
+  std::vector<std::vector<std::size_t>> chains;
+  const std::size_t n = terms.size();
+  for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t j = i + 1; j < n; ++j)
+      for (std::size_t k = j + 1; k < n; ++k)
+        for (std::size_t l = k + 1; l < n; ++l) chains.push_back({i, j, k, l});
+  chains.emplace_back();
+  for (std::size_t i = 0; i < n; ++i) chains.back().push_back(i);
+  for (const auto& chain : chains) {
+    std::string where;
+    std::set<std::string> anyTrue, allFalse = all;
+    for (std::size_t t : chain) {
+      where += (where.empty() ? "" : " OR ") + terms[t];
+      anyTrue.insert(trueFor[t].begin(), trueFor[t].end());
+      std::set<std::string> keep;
+      for (const std::string& id : allFalse) {
+        if (falseFor[t].count(id)) keep.insert(id);
+      }
+      allFalse = keep;
+    }
+    ASSERT_EQ(ids(where), anyTrue) << where;
+    ASSERT_EQ(ids("NOT (" + where + ")"), allFalse) << where;
+  }
 }
 
 }  // namespace

@@ -107,7 +107,7 @@ TEST(SqlTest, MalformedStatementsFailWithPosition) {
       {"INSERT INTO [S$A4:X4] VALUES ('abc", "position 31"},
       {"CREATE TABLE [Sheet1] ()", "position 24"},
       {"SELECT * FROM [Sheet1$A1:IV65537]", "position 15"},
-      {"SELECT * FROM [Sheet1$ZZ1:A1]", "position 15"},
+      {"SELECT * FROM [Sheet1$A0:A1]", "position 15"},
       {"SELECT * FROM [Sheet1", "position 15"},
       {"SELECT * FROM []", "position 15"},
       {"SELECT FROM [S]", "position 13"},  // FROM taken as a column name
@@ -133,26 +133,77 @@ TEST(SqlTest, ConditionsNestAndKeepPrecedence) {
       Parse("SELECT [a] FROM [S] WHERE a = 1 OR NOT (b <> 'x' AND c IS NOT NULL) AND d >= 2");
   ASSERT_TRUE(st.where);
   EXPECT_EQ(st.where->kind, Condition::Kind::kOr);
-  EXPECT_EQ(st.where->b->kind, Condition::Kind::kAnd);
-  EXPECT_EQ(st.where->b->a->kind, Condition::Kind::kNot);
+  ASSERT_EQ(st.where->terms.size(), 2u);
+  EXPECT_EQ(st.where->terms[1]->kind, Condition::Kind::kAnd);
+  EXPECT_EQ(st.where->terms[1]->terms[0]->kind, Condition::Kind::kNot);
+}
 
+// Generated conditions: a long chain is one flat node (no recursion a term, however long),
+// nesting past the limit and a chain past the term limit are refused as too complex.
+TEST(SqlTest, LongChainsAreFlatAndLimitsAreTooComplex) {
+  std::string chain = "SELECT * FROM [S] WHERE a = 0";
+  for (int i = 1; i < 60000; ++i) chain += (i % 2 ? " OR a = " : " OR a=") + std::to_string(i);
+  Statement st = Parse(chain);
+  ASSERT_TRUE(st.where);
+  EXPECT_EQ(st.where->terms.size(), 60000u);
+
+  std::string huge = "SELECT * FROM [S] WHERE a=0";
+  huge.reserve(7 * kMaxConditionTerms);
+  for (int i = 0; i < kMaxConditionTerms; ++i) huge += " OR a=1";
   std::string deep =
       "SELECT * FROM [S] WHERE " + std::string(500, '(') + "a = 1" + std::string(500, ')');
-  Statement st2;
-  EXPECT_EQ(ParseSql(deep, &st2).kind(), ErrorKind::kSyntax);  // refused, not a stack overflow
+  std::string notNot = "SELECT * FROM [S] WHERE ";
+  for (int i = 0; i < 500; ++i) notNot += "NOT ";
+  for (const std::string& sql : {huge, deep, notNot + "a = 1"}) {
+    Statement refused;
+    Error e = ParseSql(sql, &refused);
+    EXPECT_EQ(e.kind(), ErrorKind::kTooComplex) << sql.substr(0, 60);
+    EXPECT_NE(e.message().find("condition"), std::string::npos) << e.message();
+  }
+}
+
+// A region past column IV is well formed but beyond the sheet: too many columns, not a
+// syntax error. Past row 65,536 it stays a bad range.
+TEST(SqlTest, RegionsPastTheLastColumn) {
+  struct Case {
+    const char* sql;
+    ErrorKind expected;
+  } cases[] = {
+      {"SELECT * FROM [S$A1:IV1]", ErrorKind::kNone},
+      {"SELECT * FROM [S$A1:IW1]", ErrorKind::kTooManyColumns},
+      {"INSERT INTO [S$IW3] VALUES (1)", ErrorKind::kTooManyColumns},
+      {"CREATE TABLE [S$XFD1:A1] (a)", ErrorKind::kTooManyColumns},
+      {"SELECT * FROM [S$A1:A65537]", ErrorKind::kSyntax},
+      {"SELECT * FROM [S$A1:IWW]", ErrorKind::kSyntax},
+  };
+  for (const Case& c : cases) {
+    Statement st;
+    EXPECT_EQ(ParseSql(c.sql, &st).kind(), c.expected) << c.sql;
+  }
 }
 
 TEST(SqlTest, CanonicalNumbers) {
   struct Case {
     const char* text;
     bool number;
-  } cases[] = {{"10", true},    {"-2.5", true},
-               {"0.1", true},   {"0", true},
-               {"007", false},  {"1.50", false},
-               {"1e3", false},  {"+1", false},
-               {"1.", false},   {"abc", false},
-               {"", false},     {"-0", false},
-               {"1e+20", true}, {"12345678901234567", false}};
+  } cases[] = {{"10", true},
+               {"-2.5", true},
+               {"0.1", true},
+               {"0", true},
+               {"007", false},
+               {"1.50", false},
+               {"1e3", false},
+               {"+1", false},
+               {"1.", false},
+               {"abc", false},
+               {"", false},
+               {"-0", false},
+               {"1e+20", true},
+               {"12345678901234567", false},
+               // A cell holds finite numbers only: these stay text.
+               {"NaN", false},
+               {"Infinity", false},
+               {"-Infinity", false}};
   for (const Case& c : cases) {
     double d;
     EXPECT_EQ(IsCanonicalNumber(c.text, &d), c.number) << c.text;
