@@ -75,13 +75,13 @@ const char* BuiltinNumberFormat(std::uint16_t index) {
   return nullptr;
 }
 
-bool IsDateFormat(std::string_view f) {
+NumberKind ClassifyNumberFormat(std::string_view f) {
   for (std::size_t i = 0; i < f.size(); ++i) {
     char c = f[i];
     switch (c) {
       case '"': {
         std::size_t end = f.find('"', i + 1);
-        if (end == std::string_view::npos) return false;
+        if (end == std::string_view::npos) return NumberKind::kNumber;
         i = end;
         break;
       }
@@ -90,23 +90,26 @@ bool IsDateFormat(std::string_view f) {
         break;
       case '[': {
         std::size_t end = f.find(']', i + 1);
-        if (end == std::string_view::npos) return false;
+        if (end == std::string_view::npos) return NumberKind::kNumber;
         std::string_view inside = f.substr(i + 1, end - i - 1);
         if (!inside.empty() && inside.find_first_not_of(inside[0]) == std::string_view::npos) {
-          char k = inside[0] | 0x20;
-          if (k == 'h' || k == 'm' || k == 's') return true;  // elapsed time
+          switch (inside[0] | 0x20) {
+            case 'h': return NumberKind::kHours;
+            case 'm': return NumberKind::kMinutes;
+            case 's': return NumberKind::kSeconds;
+          }
         }
         i = end;
         break;
       }
       default: {
         char k = c | 0x20;
-        if (k == 'd' || k == 'm' || k == 'y' || k == 'h' || k == 's') return true;
+        if (k == 'd' || k == 'm' || k == 'y' || k == 'h' || k == 's') return NumberKind::kDate;
         break;
       }
     }
   }
-  return false;
+  return NumberKind::kNumber;
 }
 
 Border BorderFromLineStyle(unsigned code) {
