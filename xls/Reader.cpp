@@ -2,6 +2,7 @@
 #include <cstring>
 #include <string>
 
+#include "xls/BiffRecords.h"
 #include "xls/BookReader.h"
 #include "xls/CompoundFile.h"
 #include "xls/FileIo.h"
@@ -237,19 +238,17 @@ Status BookReader::ReadGlobals(std::vector<SheetInfo>* sheets) {
         break;
       }
       case rec::kBoundSheet: {
-        if (r.size < 7) return DamagedRecord(r, "too short");
-        SheetInfo info{GetU32(r.data), ""};
-        bool named;
+        BoundSheetRecord bound;
         if (biff_ >= 8) {
-          SegmentReader in;
-          in.Add(r.data + 6, r.size - 6);
-          named = in.String(true, &info.name);
-        } else {
-          named = ByteString(r.data + 6, r.size - 6, 1, &info.name);
+          if (!bound.DecodeFrom(r)) return DamagedRecord(r, "too short for its sheet name");
+        } else {  // BIFF5: the same, but the name is 8-bit text in the code page
+          if (r.size < 7 || !ByteString(r.data + 6, r.size - 6, 1, &bound.name))
+            return DamagedRecord(r, "too short for its sheet name");
+          bound.position = GetU32(r.data);
+          bound.kind = r.data[5];
         }
-        if (!named) return DamagedRecord(r, "the sheet name runs past the record");
-        if (r.data[5] != 0) info.offset = 0;  // charts, macro and module sheets are not kept
-        sheets->push_back(std::move(info));
+        // Charts, macro and module sheets are not kept: position 0 marks them.
+        sheets->push_back({bound.kind == 0 ? bound.position : 0, std::move(bound.name)});
         break;
       }
       case rec::kSst: {
@@ -416,12 +415,14 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         if (!st.ok()) return st;
         break;
       }
-      case rec::kColInfo:
-        if (n >= 6) {
-          int last = std::min<int>(GetU16(p + 2), kMaxColumns - 1);
-          for (int c = GetU16(p); c <= last; ++c) sheet->setColumnWidth(c, GetU16(p + 4));
+      case rec::kColInfo: {
+        ColInfoRecord info;
+        if (info.DecodeFrom(r)) {
+          const int last = std::min<int>(info.last, kMaxColumns - 1);
+          for (int c = info.first; c <= last; ++c) sheet->setColumnWidth(c, info.width);
         }
         break;
+      }
       case rec::kLabelSst: {
         if (n < 10) return DamagedRecord(r, "too short");
         std::uint32_t index = GetU32(p + 6);
