@@ -252,6 +252,7 @@ Status BookReader::ReadGlobals(std::vector<SheetInfo>* sheets) {
         break;
       }
       case rec::kSst: {
+        const Record sst = r;
         SegmentReader in;
         in.Add(r.data, r.size);
         while (cur.PeekId() == rec::kContinue) {
@@ -259,7 +260,7 @@ Status BookReader::ReadGlobals(std::vector<SheetInfo>* sheets) {
           in.Add(r.data, r.size);
         }
         st = ReadSharedStrings(&in, &sst_);
-        if (!st.ok()) return st;
+        if (!st.ok()) return DamagedRecord(sst, st.message());
         break;
       }
       case rec::kSupBook:
@@ -331,13 +332,13 @@ double ElapsedCount(double days, NumberKind kind) {
 Cell* BookReader::Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type,
                         std::uint16_t xf, double number, Status* st) {
   if (n < 6) {
-    *st = Status::Corruption("cell record too short in sheet \"" + sheet->name() + "\"");
+    *st = DamagedRecord(*current_, "too short in sheet \"" + sheet->name() + "\"");
     return nullptr;
   }
   std::uint16_t row = GetU16(p), col = GetU16(p + 2);
   if (col >= kMaxColumns) {
-    *st = Status::Corruption("cell in column " + std::to_string(col + 1) + " of sheet \"" +
-                             sheet->name() + "\" is outside 256 columns");
+    *st = DamagedRecord(*current_, "a cell in column " + std::to_string(col + 1) + " of sheet \"" +
+                                       sheet->name() + "\", outside 256 columns");
     return nullptr;
   }
   NumberKind kind;
@@ -393,9 +394,12 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
   if (!cur.Next(&r, &st))
     return st.ok() ? Status::Corruption("sheet \"" + sheet->name() + "\" is empty") : st;
   if (r.id != rec::kBof && r.id != rec::kBof2 && r.id != rec::kBof3 && r.id != rec::kBof4) {
-    return Status::Corruption("sheet \"" + sheet->name() + "\" does not start with a BOF record");
+    return Status::Corruption("sheet \"" + sheet->name() +
+                              "\" does not start with a BOF record (found " + Hex(r.id) +
+                              " at offset " + std::to_string(r.offset) + ")");
   }
   pendingString_ = false;
+  current_ = &r;
   while (cur.Next(&r, &st)) {
     const std::uint8_t* p = r.data;
     const std::size_t n = r.size;
