@@ -313,6 +313,52 @@ TEST(XlsHandBuilt, Excel4WorkbookOfTwoSheets) {
   EXPECT_EQ(wb.sheets()[1].at(1, 0).text, "two");
 }
 
+// An Excel 95 workbook in code page 1251 (Cyrillic), as a bare record stream: the sheet
+// name, a LABEL and an RSTRING (text with formatting runs after it) are 8-bit text in it.
+Bytes Biff5Cyrillic() {
+  const std::string sheetName = "\xCB\xE8\xF1\xF2";      // Лист
+  const std::string hello = "\xCF\xF0\xE8\xE2\xE5\xF2";  // Привет
+  Bytes globals;
+  Rec(globals, 0x0809, {0x00, 0x05, 0x05, 0x00, 0x00, 0x00, 0x00, 0x00});  // BOF: BIFF5 globals
+  Bytes cp;
+  U16(cp, 1251);
+  Rec(globals, 0x0042, cp);
+  Bytes bound = {0, 0, 0, 0, 0, 0};  // position patched below, visible worksheet
+  Str8(bound, sheetName);
+  const std::size_t boundAt = globals.size() + 4;
+  Rec(globals, 0x0085, bound);
+  Rec(globals, 0x000A, {});
+  PutU32(globals.data() + boundAt, static_cast<std::uint32_t>(globals.size()));
+  Bytes& s = globals;
+  Rec(s, 0x0809, {0x00, 0x05, 0x10, 0x00, 0x00, 0x00, 0x00, 0x00});  // BOF: worksheet
+  Bytes label = {0, 0, 0, 0, 15, 0};
+  U16(label, static_cast<unsigned>(hello.size()));
+  label.insert(label.end(), hello.begin(), hello.end());
+  Rec(s, 0x0204, label);
+  Bytes rich = {1, 0, 0, 0, 15, 0};
+  U16(rich, 4);
+  rich.insert(rich.end(), {'r', 'i', 'c', 'h'});
+  rich.insert(rich.end(), {1, 2, 1});  // one run: from character 2, font 1
+  Rec(s, 0x00D6, rich);
+  Rec(s, 0x000A, {});
+  return globals;
+}
+
+TEST(XlsHandBuilt, Excel95TextInItsCodePage) {
+  const Bytes file = Biff5Cyrillic();
+  Workbook wb;
+  Status s = ReadWorkbookFromMemory(file.data(), file.size(), &wb);
+  ASSERT_TRUE(s.ok()) << s.ToString();
+  ASSERT_EQ(wb.sheets().size(), 1u);
+  EXPECT_EQ(wb.sheets()[0].name(), "Лист");
+  EXPECT_EQ(wb.sheets()[0].at(0, 0).text, "Привет");
+  EXPECT_EQ(wb.sheets()[0].at(1, 0).text, "rich");
+  TempDir dir;
+  std::ofstream(dir.file("b5.xls"), std::ios::binary)
+      .write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+  EXPECT_EQ(XlrdCells(dir.file("b5.xls")), "biff 50\nsheet Лист\n0 0 text Привет\n1 0 text rich\n");
+}
+
 // python3-xlwt's formula cell (A2*2 on sheet Alpha, its cached result set here to 14) under
 // each identifier FORMULA has had: generators still write the older two into Excel 97 files.
 TEST(XlsHandBuilt, FormulaUnderEachIdentifierKeepsItsResult) {
