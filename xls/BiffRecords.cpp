@@ -1,5 +1,7 @@
 #include "xls/BiffRecords.h"
 
+#include <algorithm>
+
 #include "xls/Strings.h"
 
 namespace xls {
@@ -258,6 +260,73 @@ bool Window2Record::DecodeFrom(const Record& r) {
   gridColour = GetU16(r.data + 6);
   pageBreakZoom = GetU16(r.data + 10);
   normalZoom = GetU16(r.data + 12);
+  return true;
+}
+
+void ExternSheetRecord::EncodeTo(RecordWriter& w) const {
+  w.Begin(rec::kExternSheet);
+  w.U16(static_cast<std::uint16_t>(entries.size()));
+  for (const Entry& e : entries) {
+    w.U16(e.supBook);
+    w.U16(static_cast<std::uint16_t>(e.firstTab));
+    w.U16(static_cast<std::uint16_t>(e.lastTab));
+  }
+  w.End();
+}
+
+bool ExternSheetRecord::DecodeFrom(const Record& r) {
+  if (r.size < 2) return false;
+  const std::size_t count = std::min<std::size_t>(GetU16(r.data), (r.size - 2) / 6);
+  entries.clear();
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::uint8_t* e = r.data + 2 + 6 * i;
+    entries.push_back({GetU16(e), static_cast<std::int16_t>(GetU16(e + 2)),
+                       static_cast<std::int16_t>(GetU16(e + 4))});
+  }
+  return true;
+}
+
+void NameRecord::EncodeTo(RecordWriter& w) const {
+  std::vector<std::uint16_t> units;
+  Utf8ToUtf16(name, &units);
+  if (units.size() > 255) units.resize(255);
+  const bool wide =
+      std::any_of(units.begin(), units.end(), [](std::uint16_t u) { return u > 0xFF; });
+  w.Begin(rec::kName);
+  w.U16(options);
+  w.U8(shortcut);
+  w.U8(static_cast<std::uint8_t>(units.size()));
+  w.U16(static_cast<std::uint16_t>(formula.size()));
+  w.U16(0);
+  w.U16(scopeTab);
+  w.U32(0);  // no menu, description, help or status texts
+  w.U8(wide ? 1 : 0);
+  for (std::uint16_t u : units) {
+    if (wide)
+      w.U16(u);
+    else
+      w.U8(static_cast<std::uint8_t>(u));
+  }
+  w.Bytes(formula.data(), formula.size());
+  w.End();
+}
+
+bool NameRecord::DecodeFrom(const Record& r) {
+  if (r.size < 15) return false;
+  options = GetU16(r.data);
+  shortcut = r.data[2];
+  const std::size_t cch = r.data[3];
+  const std::size_t cce = GetU16(r.data + 4);
+  scopeTab = GetU16(r.data + 8);
+  const bool wide = (r.data[14] & 1) != 0;
+  const std::size_t nameBytes = cch * (wide ? 2 : 1);
+  if (r.size - 15 < nameBytes || r.size - 15 - nameBytes < cce) return false;
+  SegmentReader in;
+  in.Add(r.data + 15, nameBytes);
+  name.clear();
+  if (!in.Chars(cch, wide, &name)) return false;
+  const std::uint8_t* f = r.data + 15 + nameBytes;
+  formula.assign(f, f + cce);
   return true;
 }
 

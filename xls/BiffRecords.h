@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "xls/Records.h"
 
@@ -142,6 +143,32 @@ struct Window2Record {
   std::uint16_t topRow = 0, leftColumn = 0;
   std::uint16_t gridColour = 0x40;
   std::uint16_t pageBreakZoom = 0, normalZoom = 0;
+  void EncodeTo(RecordWriter& w) const;
+  [[nodiscard]] bool DecodeFrom(const Record& r);
+};
+
+// EXTERNSHEET: the table 3-D references index, each entry a SUPBOOK (a workbook: this
+// one or another) and a first and last sheet position in it (-1 and -2 for none).
+struct ExternSheetRecord {
+  struct Entry {
+    std::uint16_t supBook = 0;
+    std::int16_t firstTab = 0, lastTab = 0;
+  };
+  std::vector<Entry> entries;
+  void EncodeTo(RecordWriter& w) const;
+  // Entries past the record's end are not read, whatever its count says.
+  [[nodiscard]] bool DecodeFrom(const Record& r);
+};
+
+// NAME: options (0x0020 built-in, whose name is one character code: 0x06 Print_Area...),
+// keyboard shortcut, scope (1-based BOUNDSHEET position, 0 the workbook), the name and its
+// formula tokens. Menu, description and help texts are neither read nor written.
+struct NameRecord {
+  std::uint16_t options = 0;
+  std::uint8_t shortcut = 0;
+  std::uint16_t scopeTab = 0;
+  std::string name;
+  std::vector<std::uint8_t> formula;
   void EncodeTo(RecordWriter& w) const;
   [[nodiscard]] bool DecodeFrom(const Record& r);
 };

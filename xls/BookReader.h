@@ -128,7 +128,7 @@ class BookReader {
   std::uint8_t pendingCell_[6] = {};
   std::uint16_t pendingXf_ = 0;
   NameTable names_;
-  const Record* current_ = nullptr;  // the record ReadSheet is on, for Place's errors
+  Record current_;  // the record ReadSheet is on, for Place's errors
 };
 
 }  // namespace xls

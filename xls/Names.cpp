@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "xls/BiffRecords.h"
 #include "xls/Records.h"
 
 namespace xls {
@@ -26,51 +27,41 @@ void NameTable::AddSupBook(const std::uint8_t* p, std::size_t n) {
 }
 
 void NameTable::AddExternSheet(const std::uint8_t* p, std::size_t n) {
-  if (n < 2) return;
-  const std::size_t count = std::min<std::size_t>(GetU16(p), (n - 2) / 6);
+  ExternSheetRecord table;
+  if (!table.DecodeFrom(Record{rec::kExternSheet, 0, p, n})) return;
   xti_.clear();
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::uint8_t* e = p + 2 + 6 * i;
-    xti_.push_back({GetU16(e), static_cast<std::int16_t>(GetU16(e + 2)),
-                    static_cast<std::int16_t>(GetU16(e + 4))});
-  }
+  for (const auto& e : table.entries) xti_.push_back({e.supBook, e.firstTab, e.lastTab});
 }
 
 void NameTable::AddName(const std::uint8_t* p, std::size_t n, int biff, const CodepageDecoder& cp) {
-  // options u16, shortcut u8, name length u8, formula length u16, (BIFF5: EXTERNSHEET index;
-  // BIFF8: unused) u16, scope (1-based BOUNDSHEET position, 0 the workbook) u16, four
-  // lengths of menu and help texts, then the name and the formula.
-  if (n < 15) return;
-  const std::uint16_t options = GetU16(p);
-  const std::size_t cch = p[3];
-  const std::size_t cce = GetU16(p + 4);
   Pending out;
   out.biff = biff;
-  out.scopeTab = static_cast<int>(GetU16(p + 8)) - 1;
-  out.name.builtin = (options & 0x0020) != 0;
-  std::size_t pos = 14;
-  std::string text;
   if (biff >= 8) {
-    const bool wide = (p[pos++] & 1) != 0;
-    const std::size_t bytes = cch * (wide ? 2 : 1);
-    if (n - pos < bytes) return;
-    SegmentReader in;
-    in.Add(p + pos, bytes);
-    if (!in.Chars(cch, wide, &text)) return;
-    pos += bytes;
+    NameRecord name;
+    if (!name.DecodeFrom(Record{rec::kName, 0, p, n})) return;
+    out.scopeTab = static_cast<int>(name.scopeTab) - 1;
+    out.name.builtin = (name.options & 0x0020) != 0;
+    out.name.name = std::move(name.name);
+    out.formula = std::move(name.formula);
   } else {
-    if (n - pos < cch) return;
-    cp.Append(p + pos, cch, &text);
-    pos += cch;
+    // BIFF5 keeps the BIFF8 layout up to the name, which is 8-bit text in the code page
+    // without an option byte; the field BIFF8 leaves unused indexes EXTERNSHEET.
+    if (n < 14) return;
+    const std::size_t cch = p[3];
+    const std::size_t cce = GetU16(p + 4);
+    if (n - 14 < cch || n - 14 - cch < cce) return;
+    out.scopeTab = static_cast<int>(GetU16(p + 8)) - 1;
+    out.name.builtin = (GetU16(p) & 0x0020) != 0;
+    cp.Append(p + 14, cch, &out.name.name);
+    out.formula.assign(p + 14 + cch, p + 14 + cch + cce);
   }
+  std::string& text = out.name.name;
   if (out.name.builtin && !text.empty()) {
     const auto code = static_cast<unsigned char>(text[0]);
     if (code >= sizeof kBuiltinNames / sizeof kBuiltinNames[0]) return;
     text = kBuiltinNames[code];
   }
-  if (text.empty() || n - pos < cce) return;
-  out.name.name = std::move(text);
-  out.formula.assign(p + pos, p + pos + cce);
+  if (text.empty()) return;
   pending_.push_back(std::move(out));
 }
 

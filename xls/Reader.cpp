@@ -112,7 +112,7 @@ Status ReadStreamVersion(const std::uint8_t* data, std::size_t size, StreamVersi
     case 0x0500:
       out->biff = 5;
       break;
-    // Some generators write the BIFF5 record with an old version number and old records.
+    // Some generators write the later BOF record (0x0809) over an older version's records.
     case 0x0000:
     case 0x0007:
     case 0x0200:
@@ -332,13 +332,13 @@ double ElapsedCount(double days, NumberKind kind) {
 Cell* BookReader::Place(Sheet* sheet, const std::uint8_t* p, std::size_t n, CellType type,
                         std::uint16_t xf, double number, Status* st) {
   if (n < 6) {
-    *st = DamagedRecord(*current_, "too short in sheet \"" + sheet->name() + "\"");
+    *st = DamagedRecord(current_, "too short in sheet \"" + sheet->name() + "\"");
     return nullptr;
   }
   std::uint16_t row = GetU16(p), col = GetU16(p + 2);
   if (col >= kMaxColumns) {
-    *st = DamagedRecord(*current_, "a cell in column " + std::to_string(col + 1) + " of sheet \"" +
-                                       sheet->name() + "\", outside 256 columns");
+    *st = DamagedRecord(current_, "a cell in column " + std::to_string(col + 1) + " of sheet \"" +
+                                      sheet->name() + "\", outside 256 columns");
     return nullptr;
   }
   NumberKind kind;
@@ -389,7 +389,7 @@ void BookReader::PutFormulaResult(Sheet* sheet, const std::uint8_t* p, std::size
 
 Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
   RecordCursor cur(data_, size_, offset);
-  Record r;
+  Record& r = current_;
   Status st;
   if (!cur.Next(&r, &st))
     return st.ok() ? Status::Corruption("sheet \"" + sheet->name() + "\" is empty") : st;
@@ -399,7 +399,6 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
                               " at offset " + std::to_string(r.offset) + ")");
   }
   pendingString_ = false;
-  current_ = &r;
   while (cur.Next(&r, &st)) {
     const std::uint8_t* p = r.data;
     const std::size_t n = r.size;

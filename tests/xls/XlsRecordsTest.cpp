@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "xls/BiffRecords.h"
+#include "xls/Names.h"
 
 namespace xls {
 namespace {
@@ -94,6 +95,17 @@ RowRecord Row7() {
   r.columnsEnd = 3;
   return r;
 }
+NameRecord DataName() {
+  NameRecord n;
+  n.name = "Data";
+  n.formula = {0x3B, 0, 0, 0, 0, 9, 0, 0, 0, 2, 0};  // tArea3d: reference 0, A1:C10
+  return n;
+}
+ExternSheetRecord TwoSheets() {
+  ExternSheetRecord e;
+  e.entries = {{0, 0, 0}, {0, 2, 2}};
+  return e;
+}
 Window2Record ActiveWindow() {
   Window2Record w;
   w.options = 0x06B6;
@@ -122,6 +134,10 @@ TEST(XlsRecords, EachEncodesToItsLayoutAndDecodesBack) {
       Make("ROW", Row7(), "08 02 10 00 07 00 00 00 03 00 FF 00 00 00 00 00 00 01 0F 00"),
       Make("WINDOW2", ActiveWindow(),
            "3E 02 12 00 B6 06 00 00 00 00 40 00 00 00 00 00 00 00 00 00 00 00"),
+      Make("NAME", DataName(),
+           "18 00 1E 00 00 00 00 04 0B 00 00 00 00 00 00 00 00 00 00 44 61 74 61 3B 00 00 00 00 09 "
+           "00 00 00 02 00"),
+      Make("EXTERNSHEET", TwoSheets(), "17 00 0E 00 02 00 00 00 00 00 00 00 00 00 02 00 02 00"),
       Make("NUMBER", NumberRecord{{1, 2, 15}, 1.5},
            "03 02 0E 00 01 00 02 00 0F 00 00 00 00 00 00 00 F8 3F"),
       Make("LABELSST", LabelSstRecord{{0, 0, 15}, 0x10203},
@@ -154,6 +170,81 @@ TEST(XlsRecords, EachEncodesToItsLayoutAndDecodesBack) {
       }
     }
   }
+}
+
+std::vector<std::uint8_t> Data(const std::function<void(RecordWriter&)>& encode) {
+  std::vector<std::uint8_t> out;
+  RecordWriter w(&out);
+  encode(w);
+  return std::vector<std::uint8_t>(out.begin() + 4, out.end());
+}
+
+// Which names become areas: through EXTERNSHEET to this workbook's SUPBOOK, one sheet (not
+// a chart), one rectangle; sheet positions count charts, the model's indexes do not.
+TEST(XlsRecords, NamesResolveToOneAreaOfOneWorksheet) {
+  NameTable table;
+  const std::uint8_t own[] = {3, 0, 0x01, 0x04}, other[] = {1, 0, 5, 0, 0, 'a', '.', 'x', 'l', 's'};
+  table.AddSupBook(own, sizeof own);
+  table.AddSupBook(other, sizeof other);
+  ExternSheetRecord refs;
+  refs.entries = {{0, 2, 2}, {0, 0, 2}, {1, 0, 0}, {0, 1, 1}};
+  const auto refData = Data([&](RecordWriter& w) { refs.EncodeTo(w); });
+  table.AddExternSheet(refData.data(), refData.size());
+  auto area3d = [](std::uint8_t ref, std::uint16_t r1, std::uint16_t r2, std::uint16_t c1,
+                   std::uint16_t c2) {
+    return std::vector<std::uint8_t>{0x3B,
+                                     ref,
+                                     0,
+                                     std::uint8_t(r1),
+                                     std::uint8_t(r1 >> 8),
+                                     std::uint8_t(r2),
+                                     std::uint8_t(r2 >> 8),
+                                     std::uint8_t(c1),
+                                     std::uint8_t(c1 >> 8),
+                                     std::uint8_t(c2),
+                                     std::uint8_t(c2 >> 8)};
+  };
+  auto add = [&](const char* name, std::uint16_t options, std::uint16_t scope,
+                 std::vector<std::uint8_t> formula) {
+    NameRecord n;
+    n.name = name;
+    n.options = options;
+    n.scopeTab = scope;
+    n.formula = std::move(formula);
+    const auto data = Data([&](RecordWriter& w) { n.EncodeTo(w); });
+    table.AddName(data.data(), data.size(), 8, CodepageDecoder());
+  };
+  add("Area", 0, 0, area3d(0, 4, 9, 1, 3));
+  add("Cell", 0, 0, {0x5A, 0, 0, 7, 0, 0x02, 0xC0});  // tRef3d, relative row and column
+  add("Reversed", 0, 0, area3d(0, 9, 4, 3, 1));
+  add("Across", 0, 0, area3d(1, 0, 0, 0, 0));
+  add("Elsewhere", 0, 0, area3d(2, 0, 0, 0, 0));
+  add("OnChart", 0, 0, area3d(3, 0, 0, 0, 0));
+  add("BadRef", 0, 0, area3d(9, 0, 0, 0, 0));
+  std::vector<std::uint8_t> two = area3d(0, 0, 0, 0, 0);
+  const auto second = area3d(0, 5, 5, 5, 5);
+  two.insert(two.end(), second.begin(), second.end());
+  two.push_back(0x10);  // union
+  add("TwoAreas", 0, 0, two);
+  add("Scoped", 0, 3, area3d(0, 0, 1, 0, 1));
+  add("\x06", 0x0020, 1, area3d(0, 0, 99, 0, 4));  // Print_Area of the first sheet
+  add("ScopedToChart", 0, 2, area3d(0, 0, 0, 0, 0));
+
+  Workbook wb;
+  table.Resolve({0, -1, 1}, &wb);  // sheet positions: worksheet, chart, worksheet
+  std::string got;
+  for (const DefinedName& n : wb.names()) {
+    got += n.name + " " + std::to_string(n.scopeSheet) + " " + std::to_string(n.builtin) + " " +
+           std::to_string(n.sheet) + " " + std::to_string(n.firstRow) + ":" +
+           std::to_string(n.lastRow) + " " + std::to_string(n.firstColumn) + ":" +
+           std::to_string(n.lastColumn) + "\n";
+  }
+  EXPECT_EQ(got,
+            "Area -1 0 1 4:9 1:3\n"
+            "Cell -1 0 1 7:7 2:2\n"
+            "Reversed -1 0 1 4:9 1:3\n"
+            "Scoped 1 0 1 0:1 0:1\n"
+            "Print_Area 0 1 1 0:99 0:4\n");
 }
 
 }  // namespace
