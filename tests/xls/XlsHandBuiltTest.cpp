@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/support/TempDir.h"
+#include "tests/xls/XlrdCells.h"
 #include "xls/CompoundFile.h"
 #include "xls/Records.h"
 #include "xls/Styles.h"
@@ -21,6 +22,7 @@ namespace xls {
 namespace {
 
 using testing_support::TempDir;
+using xls_test::XlrdCells;
 using Bytes = std::vector<std::uint8_t>;
 
 void U8(Bytes& b, unsigned v) { b.push_back(static_cast<std::uint8_t>(v)); }
@@ -185,21 +187,6 @@ Bytes Biff2Worksheet() {
   Rec(s, 0x0007, str);
   Rec(s, 0x000A, {});  // EOF
   return s;
-}
-
-std::string XlrdCells(const std::string& path) {
-  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
-  std::string out;
-  FILE* f = ::popen(("/usr/bin/python3 '" + std::string(src ? src : ".") +
-                     "/tests/xls/xlrd_cells.py' '" + path + "' 2>/dev/null")
-                        .c_str(),
-                    "r");
-  if (f == nullptr) return out;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-  ::pclose(f);
-  return out;
 }
 
 TEST(XlsHandBuilt, Excel2WorksheetWithoutXfRecords) {

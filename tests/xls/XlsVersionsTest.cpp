@@ -13,28 +13,15 @@
 #include <vector>
 
 #include "tests/support/TempDir.h"
+#include "tests/xls/XlrdCells.h"
 #include "xls/Xls.h"
 
 namespace xls {
 namespace {
 
 using testing_support::TempDir;
-
-std::string Shell(const std::string& cmd) {
-  std::string out;
-  FILE* f = ::popen(cmd.c_str(), "r");
-  if (f == nullptr) return out;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-  ::pclose(f);
-  return out;
-}
-
-std::string SourceDir() {
-  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
-  return src ? src : ".";
-}
+using xls_test::Shell;
+using xls_test::SourceDir;
 
 std::string Escaped(std::string_view s) {
   std::string out;
@@ -105,8 +92,7 @@ struct Xlrd {
   std::string cells;    // the rest
 };
 Xlrd ReadWithXlrd(const std::string& path) {
-  std::string out = Shell("/usr/bin/python3 '" + SourceDir() + "/tests/xls/xlrd_cells.py' '" +
-                          path + "' 2>/dev/null");
+  const std::string out = xls_test::XlrdCells(path);
   const std::size_t eol = out.find('\n');
   if (eol == std::string::npos) return {out, ""};
   return {out.substr(0, eol), out.substr(eol + 1)};
