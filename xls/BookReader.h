@@ -60,6 +60,8 @@ class BookReader {
   // plain, and reading goes on at the record after it.
   Status OnFilePass(const Record& filepass);
   Status ReadSheet(std::size_t offset, Sheet* sheet);
+  // The file's sheet name, or "Sheet<n>" when it is not a valid name or is taken already.
+  std::string SheetName(const std::string& name) const;
   // BIFF2-4 (OldBiff.cpp): one worksheet, or the worksheets of an Excel 4 workbook.
   Status ReadOldBook();
   // The records only BIFF2-4 sheets hold: formatting tables and the BIFF2 cell records.
@@ -129,6 +131,8 @@ class BookReader {
   std::uint16_t pendingXf_ = 0;
   NameTable names_;
   Record current_;  // the record ReadSheet is on, for Place's errors
+  // The stream decrypted, when OnFilePass has made it; data_ then points into it.
+  std::vector<std::uint8_t> plain_;
 };
 
 }  // namespace xls

@@ -146,10 +146,8 @@ Status BookReader::ReadOldBook() {
         if (length < 4 || length > size_ - start)
           return DamagedRecord(
               r, "the sheet's size " + std::to_string(length) + " runs past the end of the stream");
-        if (!Workbook::isValidSheetName(name) || wb_->findSheet(name) != nullptr)
-          name = "Sheet" + std::to_string(wb_->sheets().size() + 1);
         ResetFormatting();  // each worksheet carries its own
-        Sheet& sheet = wb_->addSheet(name);
+        Sheet& sheet = wb_->addSheet(SheetName(name));
         st = ReadSheet(start, &sheet);
         if (!st.ok()) return st;
         cur = RecordCursor(data_, size_, start + length);

@@ -150,17 +150,21 @@ Status BookReader::Read() {
       return Status::Corruption("sheet \"" + info.name + "\" starts at offset " +
                                 std::to_string(info.offset) + ", past the end of the stream");
     }
-    std::string name = info.name;
-    if (!Workbook::isValidSheetName(name) || wb_->findSheet(name) != nullptr) {
-      name = "Sheet" + std::to_string(wb_->sheets().size() + 1);
-    }
     tabToSheet.push_back(static_cast<int>(wb_->sheets().size()));
-    Sheet& sheet = wb_->addSheet(name);
+    Sheet& sheet = wb_->addSheet(SheetName(info.name));
     s = ReadSheet(info.offset, &sheet);
     if (!s.ok()) return s;
   }
   names_.Resolve(tabToSheet, wb_);
   return Status::OK();
+}
+
+std::string BookReader::SheetName(const std::string& name) const {
+  if (Workbook::isValidSheetName(name) && wb_->findSheet(name) == nullptr) return name;
+  for (std::size_t k = wb_->sheets().size() + 1;; ++k) {
+    std::string made = "Sheet" + std::to_string(k);
+    if (wb_->findSheet(made) == nullptr) return made;
+  }
 }
 
 Status BookReader::OnFilePass(const Record& filepass) {

@@ -227,7 +227,7 @@ TEST(XlsHandBuilt, Excel2WorksheetWithoutXfRecords) {
 
 // An Excel 4 workbook: its own BOF, then a SHEETHDR (size and name) before each worksheet,
 // each with its own formatting records (BIFF4 FORMAT: 2 unused bytes, then the string).
-Bytes Biff4Workbook() {
+Bytes Biff4Workbook(const char* firstName = "First", const char* secondName = "Second") {
   auto sheet = [](double value, const char* label) {
     Bytes s;
     Rec(s, 0x0409, {0x00, 0x00, 0x10, 0x00, 0x00, 0x00});  // BOF: worksheet
@@ -260,7 +260,7 @@ Bytes Biff4Workbook() {
   Bytes b;
   Rec(b, 0x0409, {0x00, 0x00, 0x00, 0x01, 0x00, 0x00});  // BOF: Excel 4 workbook
   Rec(b, 0x008E, {0, 0, 0, 0});  // SHEETSOFFSET: where the first SHEETHDR is, patched below
-  for (const char* name : {"First", "Second"}) {
+  for (const char* name : {firstName, secondName}) {
     Bytes bound;
     Str8(bound, name);
     Rec(b, 0x0085, bound);  // BOUNDSHEET: in this version the name only
@@ -268,7 +268,7 @@ Bytes Biff4Workbook() {
   PutU32(b.data() + 14, static_cast<std::uint32_t>(b.size()));
   const Bytes first = sheet(45351, "one"), second = sheet(36525, "two");
   for (const auto& [name, body] :
-       {std::make_pair("First", &first), std::make_pair("Second", &second)}) {
+       {std::make_pair(firstName, &first), std::make_pair(secondName, &second)}) {
     Bytes header;
     U32(header, static_cast<std::uint32_t>(body->size()));
     Str8(header, name);
@@ -298,6 +298,13 @@ TEST(XlsHandBuilt, Excel4WorkbookOfTwoSheets) {
   EXPECT_EQ(wb.sheets()[1].name(), "Second");
   EXPECT_EQ(wb.sheets()[1].at(0, 0).number, 36525);
   EXPECT_EQ(wb.sheets()[1].at(1, 0).text, "two");
+
+  // A name that is not valid is made up, and never one the file uses already.
+  const Bytes clash = Biff4Workbook("Sheet2", "bad[name]");
+  ASSERT_TRUE(ReadWorkbookFromMemory(clash.data(), clash.size(), &wb).ok());
+  ASSERT_EQ(wb.sheets().size(), 2u);
+  EXPECT_EQ(wb.sheets()[0].name(), "Sheet2");
+  EXPECT_EQ(wb.sheets()[1].name(), "Sheet3");
 }
 
 // An Excel 95 workbook in code page 1251 (Cyrillic), as a bare record stream: the sheet
