@@ -302,9 +302,6 @@ std::uint16_t BookReader::ResolveStyle(std::uint16_t xf, NumberKind* kind) {
   }
   if (format == "General") format.clear();
   *kind = ClassifyNumberFormat(format);
-  // Deliberate: an elapsed time is read as the count Excel shows ([h]:mm of 1.0 is 24), and
-  // its format is dropped so that the count written back shows as that count again.
-  if (*kind != NumberKind::kNumber && *kind != NumberKind::kDate) format.clear();
   Style s;
   s.bold = x.font < fontBold_.size() && fontBold_[x.font];
   s.horizontal = x.horizontal;
@@ -323,10 +320,7 @@ namespace {
 
 // An elapsed time's count of its first unit, without the float noise of the product.
 double ElapsedCount(double days, NumberKind kind) {
-  const double perDay = kind == NumberKind::kHours     ? 24
-                        : kind == NumberKind::kMinutes ? 1440
-                                                       : 86400;
-  const double count = days * perDay;
+  const double count = days * ElapsedUnitsPerDay(kind);
   const double rounded = std::round(count * 1e9) / 1e9;
   return std::isfinite(rounded) ? rounded : count;
 }

@@ -123,6 +123,19 @@ NumberKind ClassifyNumberFormat(std::string_view f) {
   return NumberKind::kNumber;
 }
 
+double ElapsedUnitsPerDay(NumberKind kind) {
+  switch (kind) {
+    case NumberKind::kHours:
+      return 24;
+    case NumberKind::kMinutes:
+      return 24 * 60;
+    case NumberKind::kSeconds:
+      return 24 * 60 * 60;
+    default:
+      return 0;
+  }
+}
+
 Border BorderFromLineStyle(unsigned code) {
   switch (code) {
     case 0:

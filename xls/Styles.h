@@ -27,6 +27,9 @@ NumberKind ClassifyNumberFormat(std::string_view format);
 inline bool IsDateFormat(std::string_view format) {
   return ClassifyNumberFormat(format) == NumberKind::kDate;
 }
+// How many of an elapsed-time format's units make a day (24 for hours); 0 for the other
+// kinds. The model holds the count of units (36 under [h]:mm), the file days (1.5).
+double ElapsedUnitsPerDay(NumberKind kind);
 
 // One XF record as read: indexes into the font and format tables and the looks.
 struct XfRecord {

@@ -43,7 +43,8 @@ struct Style {
   Border top = Border::kNone;
   Border bottom = Border::kNone;
   // Empty means "General". A date/time format (for example "yyyy-mm-dd hh:mm:ss") makes
-  // a number cell a date/time cell.
+  // a number cell a date/time cell. Under an elapsed-time format ([h]:mm, [mm]:ss, [ss])
+  // a number cell holds the count Excel shows: 36 hours, where the file holds 1.5 days.
   std::string numberFormat;
 
   bool operator==(const Style& o) const;

@@ -20,8 +20,10 @@ std::string CellName(const Sheet& sheet, int row, int col) {
 }
 
 // One sheet substream; lbPlyPos is patched when the globals size is known.
+// unitsPerDay[style]: the model holds a number under an elapsed-time format as a count of
+// hours, minutes or seconds, the file as days; 0 for every other style.
 Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, StyleTableWriter* styles,
-                  std::vector<std::uint8_t>* out) {
+                  const std::vector<double>& unitsPerDay, std::vector<std::uint8_t>* out) {
   RecordWriter w(out);
   BofRecord bof;
   bof.type = 0x0010;
@@ -78,10 +80,15 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
           }
           case CellType::kNumber:
           case CellType::kDateTime:
-            if (std::isfinite(cell.number))
-              NumberRecord{at, cell.number}.EncodeTo(w);
-            else
+            if (std::isfinite(cell.number)) {
+              const double perDay =
+                  cell.type == CellType::kNumber && cell.style < unitsPerDay.size()
+                      ? unitsPerDay[cell.style]
+                      : 0;
+              NumberRecord{at, perDay != 0 ? cell.number / perDay : cell.number}.EncodeTo(w);
+            } else {
               BoolErrRecord{at, 0x24, 1}.EncodeTo(w);  // a file cannot hold NaN or infinity: #NUM!
+            }
             break;
           case CellType::kBoolean:
           case CellType::kError:
@@ -121,9 +128,12 @@ Status BuildWorkbookStream(const Workbook& wb, std::vector<std::uint8_t>* stream
   }
   SharedStringTable sst;
   StyleTableWriter styles(wb.styles());
+  std::vector<double> unitsPerDay;
+  for (const Style& style : wb.styles())
+    unitsPerDay.push_back(ElapsedUnitsPerDay(ClassifyNumberFormat(style.numberFormat)));
   std::vector<std::vector<std::uint8_t>> bodies(sheets.size());
   for (std::size_t i = 0; i < sheets.size(); ++i) {
-    Status s = BuildSheet(sheets[i], i == 0, &sst, &styles, &bodies[i]);
+    Status s = BuildSheet(sheets[i], i == 0, &sst, &styles, unitsPerDay, &bodies[i]);
     if (!s.ok()) return s;
   }
 

@@ -408,6 +408,30 @@ TEST(XlsHandBuilt, ElapsedTimeFormatsAreCountsNotDates) {
   for (const auto& [format, kind] : formats) {
     EXPECT_EQ(ClassifyNumberFormat(format), kind) << format;
   }
+
+  // The model holds the count, the file days: written and read back, the count and the
+  // format stay; xlrd, which reads the file's value, sees days.
+  Workbook wb;
+  Style hours, minutes;
+  hours.numberFormat = "[h]:mm";
+  minutes.numberFormat = "[mm]:ss";
+  Sheet& sheet = wb.addSheet("S");
+  sheet.set(0, 0, Cell::Number(36, wb.addStyle(hours)));
+  sheet.set(0, 1, Cell::Number(90, wb.addStyle(minutes)));
+  sheet.set(0, 2, Cell::Number(36));
+  TempDir dir;
+  ASSERT_TRUE(WriteWorkbook(dir.file("elapsed.xls"), wb).ok());
+  Workbook back;
+  ASSERT_TRUE(ReadWorkbook(dir.file("elapsed.xls"), &back).ok());
+  for (int c = 0; c < 3; ++c) {
+    const Cell& cell = back.sheets()[0].at(0, c);
+    EXPECT_EQ(cell.type, CellType::kNumber);
+    EXPECT_EQ(cell.number, wb.sheets()[0].at(0, c).number);
+    EXPECT_EQ(back.styles()[cell.style].numberFormat,
+              wb.styles()[wb.sheets()[0].at(0, c).style].numberFormat);
+  }
+  EXPECT_EQ(XlrdCells(dir.file("elapsed.xls")),
+            "biff 80\nsheet S\n0 0 date 1.5\n0 1 date 0.0625\n0 2 number 36\n");
 }
 
 // The messages a damaged or unread file gives name what is wrong: the version, or the record.
