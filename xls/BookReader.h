@@ -55,9 +55,10 @@ class BookReader {
   };
   Status ReadGlobals(std::vector<SheetInfo>* sheets);
   // Where the reader meets encryption: a FILEPASS record in the globals (or, before BIFF5,
-  // in the worksheet), after which every record's data is encrypted. Today it names the
-  // fault; decryption replaces data_/size_ with a copy whose records after FILEPASS are
-  // plain, and reading goes on at the record after it.
+  // in the worksheet), after which every record's data is encrypted. Without a decryptor it
+  // refuses the file as encrypted; decryption puts in plain_ a copy of the stream whose
+  // records after FILEPASS are plain, points data_/size_ at it, and reading goes on at the
+  // record after FILEPASS.
   Status OnFilePass(const Record& filepass);
   Status ReadSheet(std::size_t offset, Sheet* sheet);
   // The file's sheet name, or "Sheet<n>" when it is not a valid name or is taken already.
@@ -67,7 +68,7 @@ class BookReader {
   // The records only BIFF2-4 sheets hold: formatting tables and the BIFF2 cell records.
   // False when r is none of them.
   bool OldRecord(const Record& r, Sheet* sheet, Status* st);
-  // The XF of a BIFF2 cell from its 3 attribute bytes at p.
+  // The XF of a BIFF2 cell from its 3 attribute bytes.
   std::uint16_t Biff2Xf(const std::uint8_t* attr);
   void ResetFormatting();
 
