@@ -32,7 +32,9 @@ std::string Num(std::uint64_t v) { return std::to_string(v); }
 }  // namespace
 
 const std::uint8_t* CompoundFileReader::sectorData(std::uint32_t sector) const {
-  return data_ + (static_cast<std::size_t>(sector) + 1) * (std::size_t{1} << sectorShift_);
+  const std::size_t ss = std::size_t{1} << sectorShift_;
+  const std::size_t at = (static_cast<std::size_t>(sector) + 1) * ss;
+  return at + ss <= size_ ? data_ + at : lastSector_.data();
 }
 
 Status CompoundFileReader::Chain(std::uint32_t start, const std::vector<std::uint32_t>& table,
@@ -64,10 +66,6 @@ Status CompoundFileReader::Open(const std::uint8_t* data, std::size_t size) {
   if (size >= 4 && data[0] == 'P' && data[1] == 'K' && data[2] == 3 && data[3] == 4) {
     return Status::Unsupported("an Office Open XML (.xlsx) workbook, not an .xls file");
   }
-  if (size >= 2 && data[0] == 0x09 && (data[1] == 0x00 || data[1] == 0x02 || data[1] == 0x04)) {
-    return Status::Unsupported(
-        "a bare Excel 2/3/4 (BIFF2-4) worksheet; only Excel 5 and later are read");
-  }
   if (size < 512) {
     return Status::Corruption("file is " + Num(size) + " bytes, too short for a compound file");
   }
@@ -83,10 +81,17 @@ Status CompoundFileReader::Open(const std::uint8_t* data, std::size_t size) {
     return Status::Corruption("compound file: mini sector size is not 64");
   sectorShift_ = shift;
   const std::size_t ss = std::size_t{1} << shift;
-  // A last sector cut short is tolerated by rounding down: its bytes are unreadable.
-  sectorCount_ =
-      size <= ss ? 0
-                 : static_cast<std::uint32_t>(std::min<std::size_t>((size - ss) / ss, 0xFFFFFFF0u));
+  // A last sector cut short counts, padded with zeros, as Excel reads it: some writers end
+  // the file where the last stream ends.
+  sectorCount_ = size <= ss ? 0
+                            : static_cast<std::uint32_t>(
+                                  std::min<std::size_t>((size - 1) / ss, 0xFFFFFFF0u));
+  lastSector_.clear();
+  if (size > ss && (size - ss) % ss != 0) {
+    const std::size_t at = static_cast<std::size_t>(sectorCount_) * ss;
+    lastSector_.assign(ss, 0);
+    std::memcpy(lastSector_.data(), data + at, std::min(ss, size - at));
+  }
   const std::uint32_t numFat = GetU32(data + 44);
   const std::uint32_t firstDir = GetU32(data + 48);
   miniCutoff_ = GetU32(data + 56);
@@ -240,9 +245,9 @@ bool CompoundFileReader::StreamInPlace(std::string_view name, ByteSpan* out) con
   for (std::size_t i = 1; i < chain.size(); ++i) {
     if (chain[i] != chain[0] + i) return false;
   }
-  const std::uint8_t* first = sectorData(chain[0]);
-  if (static_cast<std::uint64_t>(first - data_) + e->size > size_) return false;
-  *out = ByteSpan{first, static_cast<std::size_t>(e->size)};
+  const std::uint64_t first = (std::uint64_t{chain[0]} + 1) * ss;
+  if (first + e->size > size_) return false;
+  *out = ByteSpan{data_ + first, static_cast<std::size_t>(e->size)};
   return true;
 }
 

@@ -50,6 +50,7 @@ class CompoundFileReader {
   unsigned sectorShift_ = 9;
   std::uint32_t sectorCount_ = 0;
   std::uint32_t miniCutoff_ = 4096;
+  std::vector<std::uint8_t> lastSector_;  // a last sector cut short, padded with zeros
   std::vector<std::uint32_t> fat_;
   std::vector<std::uint32_t> miniFat_;
   std::vector<Entry> entries_;

@@ -76,8 +76,15 @@ constexpr std::uint16_t kString = 0x0207;
 constexpr std::uint16_t kBlank = 0x0201;
 constexpr std::uint16_t kMulBlank = 0x00BE;
 constexpr std::uint16_t kWindow2 = 0x023E;
-// Excel 2-4 beginnings, recognised only to refuse them by name.
+constexpr std::uint16_t kFilePass = 0x002F;
+constexpr std::uint16_t kFormula3 = 0x0206, kFormula4 = 0x0406;  // also met in later files
+// Excel 2-4 (BIFF2-4): beginnings, and the records that differ from later versions.
 constexpr std::uint16_t kBof2 = 0x0009, kBof3 = 0x0209, kBof4 = 0x0409;
+constexpr std::uint16_t kBlank2 = 0x0001, kInteger2 = 0x0002, kNumber2 = 0x0003;
+constexpr std::uint16_t kLabel2 = 0x0004, kBoolErr2 = 0x0005, kString2 = 0x0007;
+constexpr std::uint16_t kFormat2 = 0x001E, kFont3 = 0x0231, kIxfe2 = 0x0044;
+constexpr std::uint16_t kXf2 = 0x0043, kXf3 = 0x0243, kXf4 = 0x0443;
+constexpr std::uint16_t kSheetHeader4 = 0x008F;  // an Excel 4 workbook's sheet: size, name
 }  // namespace rec
 
 constexpr std::size_t kMaxRecordData = 8224;

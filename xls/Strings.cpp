@@ -80,6 +80,18 @@ void Utf8ToUtf16(std::string_view s, std::vector<std::uint16_t>* out) {
 
 namespace {
 
+// How many of the n bytes at p, from the start, are ASCII; eight at a time.
+std::size_t AsciiPrefix(const std::uint8_t* p, std::size_t n) {
+  std::size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    std::uint64_t w;
+    std::memcpy(&w, p + i, sizeof w);
+    if (w & 0x8080808080808080ull) break;
+  }
+  while (i < n && p[i] < 0x80) ++i;
+  return i;
+}
+
 // Windows-1252 0x80-0x9F; the rest of the code page is Latin-1.
 constexpr std::uint16_t kCp1252High[32] = {
     0x20AC, 0xFFFD, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
@@ -89,13 +101,15 @@ constexpr std::uint16_t kCp1252High[32] = {
 }  // namespace
 
 CodepageDecoder::CodepageDecoder(std::uint16_t codepage) : codepage_(codepage) {
-  // 1252 and its stand-ins (ASCII, the "ANSI" markers 0x8000/0x8001) are decoded here.
-  if (codepage == 1252 || codepage == 367 || codepage == 0x8000 || codepage == 0x8001 ||
-      codepage == 1200) {
-    codepage_ = 1252;
+  // 1252 and its stand-ins (ASCII, 0x8001 "ANSI" of Excel 2/3, 1200 where a BIFF5 writer
+  // copied the BIFF8 value) are decoded here; the rest through iconv.
+  if (codepage == 1252 || codepage == 367 || codepage == 0x8001 || codepage == 1200) {
+    codepage_ = codepage == 1200 ? 1200 : 1252;
     return;
   }
-  std::string name = "CP" + std::to_string(codepage);
+  // 0x8000 and 10000 are Apple Roman, which Excel for the Mac wrote.
+  std::string name = codepage == 0x8000 || codepage == 10000 ? "MACINTOSH"
+                                                              : "CP" + std::to_string(codepage);
   iconv_t cd = iconv_open("UTF-8", name.c_str());
   if (cd == reinterpret_cast<iconv_t>(-1)) {
     codepage_ = 1252;  // unknown codepage: the common Western one is the best guess
@@ -109,6 +123,19 @@ CodepageDecoder::~CodepageDecoder() {
 }
 
 void CodepageDecoder::Append(const std::uint8_t* p, std::size_t n, std::string* out) const {
+  if (codepage_ == 1200 && n % 2 == 0 && std::memchr(p, 0, n) != nullptr) {
+    // Deliberate: gnumeric saves a workbook read with code page 1200 as Excel 95 keeping
+    // that code page, and writes text beyond ASCII as UTF-16LE, its length in bytes.
+    SegmentReader in;
+    in.Add(p, n);
+    in.Chars(n / 2, true, out);
+    return;
+  }
+  const std::size_t ascii = AsciiPrefix(p, n);  // the same in every code page read here
+  out->append(reinterpret_cast<const char*>(p), ascii);
+  p += ascii;
+  n -= ascii;
+  if (n == 0) return;
   if (iconv_ == nullptr) {
     for (std::size_t i = 0; i < n; ++i) {
       std::uint8_t b = p[i];
@@ -134,22 +161,6 @@ void CodepageDecoder::Append(const std::uint8_t* p, std::size_t n, std::string* 
     }
   }
 }
-
-namespace {
-
-// How many of the n bytes at p, from the start, are ASCII; eight at a time.
-std::size_t AsciiPrefix(const std::uint8_t* p, std::size_t n) {
-  std::size_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    std::uint64_t w;
-    std::memcpy(&w, p + i, sizeof w);
-    if (w & 0x8080808080808080ull) break;
-  }
-  while (i < n && p[i] < 0x80) ++i;
-  return i;
-}
-
-}  // namespace
 
 bool SegmentReader::U8(std::uint8_t* v) {
   if (seg_ < segments_.size() && off_ < segments_[seg_].n) {

@@ -33,7 +33,7 @@ class CodepageDecoder {
   void Append(const std::uint8_t* p, std::size_t n, std::string* out) const;
 
  private:
-  std::uint16_t codepage_;
+  std::uint16_t codepage_;  // 1252, 1200 (see Append) or one iconv decodes
   void* iconv_ = nullptr;  // iconv_t for codepages other than 1252 and ASCII
 };
 

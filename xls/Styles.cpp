@@ -1,5 +1,6 @@
 #include "xls/Styles.h"
 
+#include "xls/BiffRecords.h"
 #include "xls/Strings.h"
 
 namespace xls {
@@ -57,11 +58,16 @@ constexpr std::uint16_t kBoldFont = 5;  // the fifth FONT record; index 4 does n
 
 unsigned LineStyleCode(Border b) {
   switch (b) {
-    case Border::kNone: return 0;
-    case Border::kThin: return 1;
-    case Border::kMedium: return 2;
-    case Border::kThick: return 5;
-    case Border::kHair: return 7;
+    case Border::kNone:
+      return 0;
+    case Border::kThin:
+      return 1;
+    case Border::kMedium:
+      return 2;
+    case Border::kThick:
+      return 5;
+    case Border::kHair:
+      return 7;
   }
   return 0;
 }
@@ -75,71 +81,105 @@ const char* BuiltinNumberFormat(std::uint16_t index) {
   return nullptr;
 }
 
-bool IsDateFormat(std::string_view f) {
+NumberKind ClassifyNumberFormat(std::string_view f) {
   for (std::size_t i = 0; i < f.size(); ++i) {
     char c = f[i];
     switch (c) {
       case '"': {
         std::size_t end = f.find('"', i + 1);
-        if (end == std::string_view::npos) return false;
+        if (end == std::string_view::npos) return NumberKind::kNumber;
         i = end;
         break;
       }
-      case '\\': case '_': case '*':
+      case '\\':
+      case '_':
+      case '*':
         ++i;  // the next character is literal text or padding
         break;
       case '[': {
         std::size_t end = f.find(']', i + 1);
-        if (end == std::string_view::npos) return false;
+        if (end == std::string_view::npos) return NumberKind::kNumber;
         std::string_view inside = f.substr(i + 1, end - i - 1);
         if (!inside.empty() && inside.find_first_not_of(inside[0]) == std::string_view::npos) {
-          char k = inside[0] | 0x20;
-          if (k == 'h' || k == 'm' || k == 's') return true;  // elapsed time
+          switch (inside[0] | 0x20) {
+            case 'h':
+              return NumberKind::kHours;
+            case 'm':
+              return NumberKind::kMinutes;
+            case 's':
+              return NumberKind::kSeconds;
+          }
         }
         i = end;
         break;
       }
       default: {
         char k = c | 0x20;
-        if (k == 'd' || k == 'm' || k == 'y' || k == 'h' || k == 's') return true;
+        if (k == 'd' || k == 'm' || k == 'y' || k == 'h' || k == 's') return NumberKind::kDate;
         break;
       }
     }
   }
-  return false;
+  return NumberKind::kNumber;
+}
+
+double ElapsedUnitsPerDay(NumberKind kind) {
+  switch (kind) {
+    case NumberKind::kHours:
+      return 24;
+    case NumberKind::kMinutes:
+      return 24 * 60;
+    case NumberKind::kSeconds:
+      return 24 * 60 * 60;
+    default:
+      return 0;
+  }
 }
 
 Border BorderFromLineStyle(unsigned code) {
   switch (code) {
-    case 0: return Border::kNone;
-    case 2: case 8: case 10: case 12: case 13: return Border::kMedium;
-    case 5: case 6: return Border::kThick;
-    case 7: return Border::kHair;
-    default: return Border::kThin;  // thin and its dashed and dotted variants
+    case 0:
+      return Border::kNone;
+    case 2:
+    case 8:
+    case 10:
+    case 12:
+    case 13:
+      return Border::kMedium;
+    case 5:
+    case 6:
+      return Border::kThick;
+    case 7:
+      return Border::kHair;
+    default:
+      return Border::kThin;  // thin and its dashed and dotted variants
   }
 }
 
 bool ParseXf(const std::uint8_t* p, std::size_t n, bool biff8, XfRecord* out) {
-  if (n < (biff8 ? 20u : 16u)) return false;
-  out->font = GetU16(p);
-  out->format = GetU16(p + 2);
-  unsigned h = p[6] & 0x07;
-  unsigned v = (p[6] >> 4) & 0x07;
+  // BIFF5 keeps font, format and alignment where BIFF8 does, its lines elsewhere and in 3 bits.
+  XfRecord8 xf;
+  if (biff8) {
+    if (!xf.DecodeFrom(Record{rec::kXf, 0, p, n})) return false;
+  } else {
+    if (n < 16) return false;
+    xf.font = GetU16(p);
+    xf.format = GetU16(p + 2);
+    xf.alignment = p[6];
+    const std::uint32_t a = GetU32(p + 8), b = GetU32(p + 12);
+    xf.lines =
+        ((b >> 3) & 0x7) | (((b >> 6) & 0x7) << 4) | ((b & 0x7) << 8) | (((a >> 22) & 0x7) << 12);
+  }
+  out->font = xf.font;
+  out->format = xf.format;
+  const unsigned h = xf.alignment & 0x07;
+  const unsigned v = (xf.alignment >> 4) & 0x07;
   out->horizontal = h <= 6 ? static_cast<HAlign>(h) : HAlign::kGeneral;
   out->vertical = v <= 3 ? static_cast<VAlign>(v) : (v == 4 ? VAlign::kJustify : VAlign::kBottom);
-  if (biff8) {
-    std::uint32_t lines = GetU32(p + 10);
-    out->left = BorderFromLineStyle(lines & 0xF);
-    out->right = BorderFromLineStyle((lines >> 4) & 0xF);
-    out->top = BorderFromLineStyle((lines >> 8) & 0xF);
-    out->bottom = BorderFromLineStyle((lines >> 12) & 0xF);
-  } else {
-    std::uint32_t a = GetU32(p + 8), b = GetU32(p + 12);
-    out->bottom = BorderFromLineStyle((a >> 22) & 0x7);
-    out->top = BorderFromLineStyle(b & 0x7);
-    out->left = BorderFromLineStyle((b >> 3) & 0x7);
-    out->right = BorderFromLineStyle((b >> 6) & 0x7);
-  }
+  out->left = BorderFromLineStyle(xf.lines & 0xF);
+  out->right = BorderFromLineStyle((xf.lines >> 4) & 0xF);
+  out->top = BorderFromLineStyle((xf.lines >> 8) & 0xF);
+  out->bottom = BorderFromLineStyle((xf.lines >> 12) & 0xF);
   return true;
 }
 
@@ -197,69 +237,43 @@ Status StyleTableWriter::XfFor(std::uint16_t style, DateForce force, std::uint16
 
 void StyleTableWriter::Write(RecordWriter& w) const {
   for (int i = 0; i < 5; ++i) {
-    bool bold = i == 4;  // the fifth record is font index 5
-    w.Begin(rec::kFont);
-    w.U16(200);              // 10 pt
-    w.U16(bold ? 0x0001 : 0);  // the bold flag bit, which xlrd reads; weight below for others
-    w.U16(0x7FFF);           // automatic colour
-    w.U16(bold ? 700 : 400);
-    w.U16(0);  // no super/subscript
-    w.U8(0);   // no underline
-    w.U8(2);   // swiss family
-    w.U8(0);   // ANSI character set
-    w.U8(0);
-    WriteString(w, "Arial", true);
-    w.End();
+    FontRecord font;
+    if (i == 4) {             // the fifth record is font index 5
+      font.options = 0x0001;  // the bold flag bit, which xlrd reads; the weight for others
+      font.weight = 700;
+    }
+    font.EncodeTo(w);
   }
-  for (const auto& [format, index] : customFormats_) {
-    w.Begin(rec::kFormat);
-    w.U16(index);
-    WriteString(w, format, false);
-    w.End();
-  }
-  auto xf = [&w](std::uint16_t font, std::uint16_t format, std::uint16_t typeAndParent,
-                 std::uint8_t align, std::uint8_t used, std::uint32_t lines) {
-    w.Begin(rec::kXf);
-    w.U16(font);
-    w.U16(format);
-    w.U16(typeAndParent);
-    w.U8(align);
-    w.U8(0);  // no rotation
-    w.U8(0);  // no indent
-    w.U8(used);
-    w.U32(lines);
-    // Colours: top and bottom line colours automatic (64); no fill pattern.
-    w.U32((lines & 0x0F00 ? 64u : 0u) | (lines & 0xF000 ? 64u << 7 : 0u));
-    w.U16(0x20C0);  // pattern colours: foreground 64, background 65 (automatic)
-    w.End();
-  };
+  for (const auto& [format, index] : customFormats_) FormatRecord{index, format}.EncodeTo(w);
   // Style XFs 0-14, as every workbook has them: locked, parent 0xFFF, bottom-aligned.
-  for (int i = 0; i < 15; ++i) {
-    std::uint16_t font = (i == 1 || i == 2) ? 1 : (i == 3 || i == 4) ? 2 : 0;
-    xf(font, 0, 0xFFF5, 0x20, i == 0 ? 0 : 0xF4, 0);
+  for (std::uint16_t i = 0; i < 15; ++i) {
+    XfRecord8 xf;
+    xf.font = (i == 1 || i == 2) ? 1 : (i == 3 || i == 4) ? 2 : 0;
+    xf.typeAndParent = 0xFFF5;
+    xf.used = i == 0 ? 0 : 0xF4;
+    xf.EncodeTo(w);
   }
   // Cell XFs from 15; XF 15 is style 0, the default look.
   for (const Style& s : cellXfs_) {
-    std::uint16_t format = LookupFormat(s.numberFormat);
-    std::uint32_t lines = LineStyleCode(s.left) | (LineStyleCode(s.right) << 4) |
-                          (LineStyleCode(s.top) << 8) | (LineStyleCode(s.bottom) << 12);
-    // Line colours left and right automatic (64) where a line is drawn.
-    if (s.left != Border::kNone) lines |= 64u << 16;
-    if (s.right != Border::kNone) lines |= 64u << 23;
-    std::uint8_t align = static_cast<std::uint8_t>(static_cast<unsigned>(s.horizontal) |
-                                                   (static_cast<unsigned>(s.vertical) << 4));
-    std::uint8_t used = 0;
-    if (format != 0) used |= 0x04;
-    if (s.bold) used |= 0x08;
-    if (s.horizontal != HAlign::kGeneral || s.vertical != VAlign::kBottom) used |= 0x10;
-    if (lines != 0) used |= 0x20;
-    xf(s.bold ? kBoldFont : 0, format, 0x0001, align, used, lines);
+    XfRecord8 xf;
+    xf.format = LookupFormat(s.numberFormat);
+    xf.font = s.bold ? kBoldFont : 0;
+    xf.lines = LineStyleCode(s.left) | (LineStyleCode(s.right) << 4) | (LineStyleCode(s.top) << 8) |
+               (LineStyleCode(s.bottom) << 12);
+    // Line colours automatic (64) where a line is drawn: left and right in the lines
+    // field, top and bottom in the next.
+    if (s.left != Border::kNone) xf.lines |= 64u << 16;
+    if (s.right != Border::kNone) xf.lines |= 64u << 23;
+    xf.lineColours = (xf.lines & 0x0F00 ? 64u : 0u) | (xf.lines & 0xF000 ? 64u << 7 : 0u);
+    xf.alignment = static_cast<std::uint8_t>(static_cast<unsigned>(s.horizontal) |
+                                             (static_cast<unsigned>(s.vertical) << 4));
+    if (xf.format != 0) xf.used |= 0x04;
+    if (s.bold) xf.used |= 0x08;
+    if (s.horizontal != HAlign::kGeneral || s.vertical != VAlign::kBottom) xf.used |= 0x10;
+    if (xf.lines != 0) xf.used |= 0x20;
+    xf.EncodeTo(w);
   }
-  w.Begin(rec::kStyle);
-  w.U16(0x8000);  // built-in style on XF 0
-  w.U8(0);        // "Normal"
-  w.U8(0xFF);
-  w.End();
+  StyleRecord{}.EncodeTo(w);  // "Normal" on XF 0
 }
 
 }  // namespace xls

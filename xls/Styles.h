@@ -19,9 +19,17 @@ namespace xls {
 // Excel's built-in format string for an index, or nullptr when the index has none that
 // does not depend on the locale. Index 0 ("General") gives "".
 const char* BuiltinNumberFormat(std::uint16_t index);
-// True when the format shows a date or a time (d, m, y, h or s outside quotes,
-// escapes and colour/condition brackets; [h], [m] and [s] count).
-bool IsDateFormat(std::string_view format);
+// How a number reads under a format: as a number, a date/time (d, m, y, h or s outside
+// quotes, escapes and colour/condition brackets), or an elapsed time ([h]:mm, [mm]:ss,
+// [ss].00), which Excel shows as a count of its first unit: 1.0 under [h]:mm is 24 hours.
+enum class NumberKind : std::uint8_t { kNumber, kDate, kHours, kMinutes, kSeconds };
+NumberKind ClassifyNumberFormat(std::string_view format);
+inline bool IsDateFormat(std::string_view format) {
+  return ClassifyNumberFormat(format) == NumberKind::kDate;
+}
+// How many of an elapsed-time format's units make a day (24 for hours); 0 for the other
+// kinds. The model holds the count of units (36 under [h]:mm), the file days (1.5).
+double ElapsedUnitsPerDay(NumberKind kind);
 
 // One XF record as read: indexes into the font and format tables and the looks.
 struct XfRecord {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cctype>
 #include <ostream>
 
 #include "xls/Status.h"
@@ -228,7 +229,39 @@ Sheet& Workbook::addSheet(std::string name) {
 }
 
 void Workbook::removeSheet(std::size_t index) {
-  if (index < sheets_.size()) sheets_.erase(sheets_.begin() + static_cast<std::ptrdiff_t>(index));
+  if (index >= sheets_.size()) return;
+  sheets_.erase(sheets_.begin() + static_cast<std::ptrdiff_t>(index));
+  const int gone = static_cast<int>(index);
+  std::vector<DefinedName> kept;
+  for (DefinedName& n : names_) {
+    if (n.sheet == gone || n.scopeSheet == gone) continue;
+    if (n.sheet > gone) --n.sheet;
+    if (n.scopeSheet > gone) --n.scopeSheet;
+    kept.push_back(std::move(n));
+  }
+  names_.swap(kept);
+}
+
+const DefinedName* Workbook::findName(std::string_view name, int scopeSheet) const {
+  auto equalIgnoringCase = [](std::string_view a, std::string_view b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+             return std::tolower(static_cast<unsigned char>(x)) ==
+                    std::tolower(static_cast<unsigned char>(y));
+           });
+  };
+  const DefinedName* best = nullptr;
+  int bestRank = 0;  // 4 scoped exact, 3 scoped folded, 2 workbook exact, 1 workbook folded
+  for (const DefinedName& n : names_) {
+    if (n.scopeSheet != -1 && n.scopeSheet != scopeSheet) continue;
+    int rank = n.name == name ? 2 : equalIgnoringCase(n.name, name) ? 1 : 0;
+    if (rank == 0) continue;
+    if (n.scopeSheet != -1) rank += 2;
+    if (rank > bestRank) {
+      best = &n;
+      bestRank = rank;
+    }
+  }
+  return best;
 }
 
 bool Workbook::isValidSheetName(std::string_view name) {

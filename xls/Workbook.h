@@ -43,7 +43,8 @@ struct Style {
   Border top = Border::kNone;
   Border bottom = Border::kNone;
   // Empty means "General". A date/time format (for example "yyyy-mm-dd hh:mm:ss") makes
-  // a number cell a date/time cell.
+  // a number cell a date/time cell. Under an elapsed-time format ([h]:mm, [mm]:ss, [ss])
+  // a number cell holds the count Excel shows: 36 hours, where the file holds 1.5 days.
   std::string numberFormat;
 
   bool operator==(const Style& o) const;
@@ -209,6 +210,16 @@ class Sheet {
   std::map<int, std::uint16_t> columnWidths_;
 };
 
+// A defined name (named range) over one rectangle of one sheet: `Data` for
+// Sheet1!$A$1:$C$10 is sheet 0, rows 0-9, columns 0-2 (inclusive, 0-based).
+struct DefinedName {
+  std::string name;     // as the user typed it; built-in names as Excel shows them
+  int scopeSheet = -1;  // -1: the whole workbook; else the sheet the name belongs to
+  bool builtin = false; // Excel's own (Print_Area, _FilterDatabase, ...)
+  int sheet = 0;        // index into Workbook::sheets() of the area
+  int firstRow = 0, lastRow = 0, firstColumn = 0, lastColumn = 0;
+};
+
 class Workbook {
  public:
   Workbook();  // one style (index 0, the default), no sheets, 1900 date system
@@ -234,12 +245,20 @@ class Workbook {
   // Read from a password-protected file. WriteWorkbook refuses such a workbook rather than
   // store its contents without the password; clear this to write it unprotected on purpose.
   bool encrypted = false;
-  // Defined names: name -> formula text as Excel shows it, e.g. "Sheet1!$A$1:$C$10".
-  std::map<std::string, std::string> definedNames;
+
+  // Defined names that stand for one rectangle on one sheet, in file order. The writer
+  // does not write them. Removing a sheet drops the names on it or scoped to it.
+  const std::vector<DefinedName>& names() const { return names_; }
+  // Exact, case-sensitive match first, then ignoring ASCII case (as Excel compares names).
+  // A name scoped to sheet `scopeSheet` wins over a workbook-wide one of the same name;
+  // -1 looks at workbook-wide names only. nullptr when none.
+  const DefinedName* findName(std::string_view name, int scopeSheet = -1) const;
+  void addName(DefinedName name) { names_.push_back(std::move(name)); }
 
  private:
   std::vector<Sheet> sheets_;
   std::vector<Style> styles_;
+  std::vector<DefinedName> names_;
 };
 
 }  // namespace xls

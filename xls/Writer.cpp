@@ -3,6 +3,7 @@
 #include <cmath>
 #include <string>
 
+#include "xls/BiffRecords.h"
 #include "xls/CompoundFile.h"
 #include "xls/FileIo.h"
 #include "xls/Records.h"
@@ -19,52 +20,36 @@ std::string CellName(const Sheet& sheet, int row, int col) {
 }
 
 // One sheet substream; lbPlyPos is patched when the globals size is known.
+// unitsPerDay[style]: the model holds a number under an elapsed-time format as a count of
+// hours, minutes or seconds, the file as days; 0 for every other style.
 Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, StyleTableWriter* styles,
-                  std::vector<std::uint8_t>* out) {
+                  const std::vector<double>& unitsPerDay, std::vector<std::uint8_t>* out) {
   RecordWriter w(out);
-  w.Begin(rec::kBof);
-  w.U16(0x0600);
-  w.U16(0x0010);
-  w.U16(0x0DBB);
-  w.U16(0x07CC);
-  w.U32(0);
-  w.U32(0x00000006);
-  w.End();
+  BofRecord bof;
+  bof.type = 0x0010;
+  bof.EncodeTo(w);
   for (const auto& [col, width] : sheet.columnWidths()) {
     if (col < 0 || col >= kMaxColumns) continue;
-    w.Begin(rec::kColInfo);
-    w.U16(static_cast<std::uint16_t>(col));
-    w.U16(static_cast<std::uint16_t>(col));
-    w.U16(width);
-    w.U16(15);
-    w.U16(0x0002);  // width set by the user
-    w.U16(0);
-    w.End();
+    ColInfoRecord info;
+    info.first = info.last = static_cast<std::uint16_t>(col);
+    info.width = width;
+    info.EncodeTo(w);
   }
   const auto& rows = sheet.rows();
   const int nRows = static_cast<int>(rows.size());
-  w.Begin(rec::kDimensions);
-  w.U32(0);
-  w.U32(static_cast<std::uint32_t>(nRows));
-  w.U16(0);
-  w.U16(static_cast<std::uint16_t>(sheet.extentColumns()));
-  w.U16(0);
-  w.End();
+  DimensionsRecord dimensions;
+  dimensions.rowsEnd = static_cast<std::uint32_t>(nRows);
+  dimensions.columnsEnd = static_cast<std::uint16_t>(sheet.extentColumns());
+  dimensions.EncodeTo(w);
   // Rows in blocks of 32: the ROW records of a block, then its cells.
   for (int block = 0; block < nRows; block += 32) {
     int end = std::min(nRows, block + 32);
     for (int r = block; r < end; ++r) {
       if (rows[r].empty()) continue;
-      w.Begin(rec::kRow);
-      w.U16(static_cast<std::uint16_t>(r));
-      w.U16(0);
-      w.U16(static_cast<std::uint16_t>(rows[r].size()));
-      w.U16(0x00FF);
-      w.U16(0);
-      w.U16(0);
-      w.U16(0x0100);
-      w.U16(0x000F);
-      w.End();
+      RowRecord row;
+      row.row = static_cast<std::uint16_t>(r);
+      row.columnsEnd = static_cast<std::uint16_t>(rows[r].size());
+      row.EncodeTo(w);
     }
     for (int r = block; r < end; ++r) {
       const auto& row = rows[r];
@@ -79,15 +64,10 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
         }
         Status s = styles->XfFor(cell.style, force, &xf);
         if (!s.ok()) return s;
-        auto head = [&](std::uint16_t id) {
-          w.Begin(id);
-          w.U16(static_cast<std::uint16_t>(r));
-          w.U16(static_cast<std::uint16_t>(c));
-          w.U16(xf);
-        };
+        const CellHead at{static_cast<std::uint16_t>(r), static_cast<std::uint16_t>(c), xf};
         switch (cell.type) {
           case CellType::kEmpty:
-            head(rec::kBlank);
+            BlankRecord{at}.EncodeTo(w);
             break;
           case CellType::kText: {
             std::uint32_t index;
@@ -95,43 +75,34 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
               return Status::InvalidArgument("text in " + CellName(sheet, r, c) +
                                              " is longer than 32,767 characters");
             }
-            head(rec::kLabelSst);
-            w.U32(index);
+            LabelSstRecord{at, index}.EncodeTo(w);
             break;
           }
           case CellType::kNumber:
           case CellType::kDateTime:
             if (std::isfinite(cell.number)) {
-              head(rec::kNumber);
-              w.Double(cell.number);
+              const double perDay =
+                  cell.type == CellType::kNumber && cell.style < unitsPerDay.size()
+                      ? unitsPerDay[cell.style]
+                      : 0;
+              NumberRecord{at, perDay != 0 ? cell.number / perDay : cell.number}.EncodeTo(w);
             } else {
-              head(rec::kBoolErr);  // a file cannot hold NaN or infinity: #NUM!
-              w.U8(0x24);
-              w.U8(1);
+              BoolErrRecord{at, 0x24, 1}.EncodeTo(w);  // a file cannot hold NaN or infinity: #NUM!
             }
             break;
           case CellType::kBoolean:
           case CellType::kError:
-            head(rec::kBoolErr);
-            w.U8(static_cast<std::uint8_t>(cell.number));
-            w.U8(cell.type == CellType::kError ? 1 : 0);
+            BoolErrRecord{at, static_cast<std::uint8_t>(cell.number),
+                          static_cast<std::uint8_t>(cell.type == CellType::kError ? 1 : 0)}
+                .EncodeTo(w);
             break;
         }
-        w.End();
       }
     }
   }
-  w.Begin(rec::kWindow2);
-  w.U16(active ? 0x06B6 : 0x00B6);
-  w.U16(0);
-  w.U16(0);
-  w.U16(0x40);
-  w.U16(0);
-  w.U16(0);
-  w.U16(0);
-  w.U16(0);
-  w.U16(0);
-  w.End();
+  Window2Record window;
+  window.options = active ? 0x06B6 : 0x00B6;
+  window.EncodeTo(w);
   w.Begin(rec::kEof);
   w.End();
   return Status::OK();
@@ -152,8 +123,7 @@ Status BuildWorkbookStream(const Workbook& wb, std::vector<std::uint8_t>* stream
     for (std::size_t j = 0; j < i; ++j) {
       const std::string& a = sheets[i].name();
       const std::string& b = sheets[j].name();
-      if (a.size() == b.size() &&
-          std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+      if (a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
             return std::tolower(static_cast<unsigned char>(x)) ==
                    std::tolower(static_cast<unsigned char>(y));
           })) {
@@ -163,43 +133,28 @@ Status BuildWorkbookStream(const Workbook& wb, std::vector<std::uint8_t>* stream
   }
   SharedStringTable sst;
   StyleTableWriter styles(wb.styles());
+  std::vector<double> unitsPerDay;
+  for (const Style& style : wb.styles())
+    unitsPerDay.push_back(ElapsedUnitsPerDay(ClassifyNumberFormat(style.numberFormat)));
   std::vector<std::vector<std::uint8_t>> bodies(sheets.size());
   for (std::size_t i = 0; i < sheets.size(); ++i) {
-    Status s = BuildSheet(sheets[i], i == 0, &sst, &styles, &bodies[i]);
+    Status s = BuildSheet(sheets[i], i == 0, &sst, &styles, unitsPerDay, &bodies[i]);
     if (!s.ok()) return s;
   }
 
   stream->clear();
   RecordWriter w(stream);
-  w.Begin(rec::kBof);
-  w.U16(0x0600);
-  w.U16(0x0005);
-  w.U16(0x0DBB);
-  w.U16(0x07CC);
-  w.U32(0);
-  w.U32(0x00000006);
-  w.End();
-  w.Begin(rec::kCodepage);
-  w.U16(1200);
-  w.End();
-  w.Begin(rec::kWindow1);
-  for (std::uint16_t v : {0x0000, 0x0000, 0x4000, 0x2000, 0x0038, 0x0000, 0x0000, 0x0001, 0x0258}) {
-    w.U16(v);
-  }
-  w.End();
-  w.Begin(rec::kDateMode);
-  w.U16(wb.date1904 ? 1 : 0);
-  w.End();
+  BofRecord{}.EncodeTo(w);
+  U16Record{rec::kCodepage, 1200}.EncodeTo(w);
+  Window1Record{}.EncodeTo(w);
+  U16Record{rec::kDateMode, static_cast<std::uint16_t>(wb.date1904 ? 1 : 0)}.EncodeTo(w);
   styles.Write(w);
   std::vector<std::size_t> plyPos(sheets.size());
   for (std::size_t i = 0; i < sheets.size(); ++i) {
-    plyPos[i] = stream->size() + 4;
-    w.Begin(rec::kBoundSheet);
-    w.U32(0);
-    w.U8(0);  // visible
-    w.U8(0);  // worksheet
-    WriteString(w, sheets[i].name(), true);
-    w.End();
+    plyPos[i] = stream->size() + BoundSheetRecord::kPositionOffset;
+    BoundSheetRecord bound;  // a visible worksheet, its position patched below
+    bound.name = sheets[i].name();
+    bound.EncodeTo(w);
   }
   sst.Write(stream);
   w.Begin(rec::kEof);

@@ -1,15 +1,18 @@
-// Reading and writing Excel 97-2003 workbooks (.xls: BIFF8 records in an OLE2
-// compound file) to and from the Workbook model.
+// Reading and writing .xls workbooks to and from the Workbook model. Read: Excel 97-2003
+// (BIFF8 records in an OLE2 compound file), Excel 5.0/95 (BIFF5/7, the "Book" stream), and
+// Excel 2, 3 and 4 worksheets and Excel 4 workbooks (BIFF2-4, bare record streams); the
+// version is the first BOF record's. Written: Excel 97-2003 only.
 //
 // What a round trip keeps: every sheet and its order and name, every cell value, the
 // styles the model carries (bold, alignment, borders, number formats), column widths,
 // the date system. What it drops: charts, images, macros and VBA,
-// formulas (their cached results are kept as values), defined names, comments, merged cells, fonts
-// other than bold, colours and fills, conditional formats, print settings.
+// formulas (their cached results are kept as values), comments, merged cells, fonts
+// other than bold, colours and fills, conditional formats, print settings. Defined names
+// over one area are read (Workbook::names()), not written.
 //
 // Text: cells, sheet names and formats are UTF-8 in the model, so a narrow caller gets
-// UTF-8 bytes whatever the file stored (8-bit or UTF-16 strings). Only Excel 97-2003
-// (BIFF8) files are read; Excel 5.0/95 files get an Unsupported status naming the version.
+// UTF-8 bytes whatever the file stored (UTF-16, Latin-1, or 8-bit text in the workbook's
+// code page before Excel 97). Encrypted workbooks get an Unsupported status saying so.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +26,9 @@
 namespace xls {
 
 // Reads the workbook at path into *out (which is replaced). A file that is not a
-// compound file, has no Workbook/Book stream, or is malformed gives a Corruption or
-// Unsupported status whose message says what and where; *out is then unspecified.
+// compound file or a BIFF stream, has no Workbook/Book stream, is of a version not read,
+// or is malformed gives a Corruption or Unsupported status whose message says what and
+// where (a damaged record by its identifier and offset); *out is then unspecified.
 Status ReadWorkbook(const std::string& path, Workbook* out);
 Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbook* out);
 

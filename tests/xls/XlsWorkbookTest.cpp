@@ -98,4 +98,39 @@ TEST(XlsSheet, CellsKeepTheirTextAsRowsGrowAndClear) {
   EXPECT_EQ(sheet.at(1, 0).number, 2);
 }
 
+// A name scoped to a sheet hides a workbook-wide one of the same name there, names match
+// ignoring case, and removing a sheet drops the names on it and renumbers the rest.
+TEST(XlsDefinedNames, ScopeCaseAndSheetRemoval) {
+  xls::Workbook wb;
+  for (const char* name : {"A", "B", "C"}) wb.addSheet(name);
+  auto add = [&wb](const char* name, int scope, int sheet) {
+    xls::DefinedName n;
+    n.name = name;
+    n.scopeSheet = scope;
+    n.sheet = sheet;
+    wb.addName(n);
+  };
+  add("Data", -1, 0);
+  add("Data", 2, 2);
+  add("Other", 1, 1);
+  add("Late", -1, 2);
+  struct Lookup {
+    const char* name;
+    int scope;
+    int sheet;  // of the name found, -1 for none
+  } lookups[] = {{"Data", -1, 0},   {"data", -1, 0}, {"DATA", 2, 2}, {"Data", 0, 0},
+                 {"Other", -1, -1}, {"other", 1, 1}, {"Late", 1, 2}, {"Nope", -1, -1}};
+  for (const Lookup& l : lookups) {
+    const xls::DefinedName* found = wb.findName(l.name, l.scope);
+    EXPECT_EQ(found ? found->sheet : -1, l.sheet) << l.name << " in " << l.scope;
+  }
+  wb.removeSheet(1);
+  ASSERT_EQ(wb.names().size(), 3u);                  // "Other" was scoped to the removed sheet
+  EXPECT_EQ(wb.findName("Data", 1)->scopeSheet, 1);  // sheet C is now index 1
+  EXPECT_EQ(wb.findName("Late")->sheet, 1);
+  wb.removeSheet(1);
+  ASSERT_EQ(wb.names().size(), 1u);
+  EXPECT_EQ(wb.names()[0].sheet, 0);
+}
+
 }  // namespace
