@@ -66,6 +66,26 @@ SQLRETURN Empty(SQLHSTMT handle, std::initializer_list<std::pair<const char*, sh
   return Answer(stmt, std::make_unique<TextResult>(Shape(cols)));
 }
 
+// Whether a SQLTables type list ("TABLE,'SYSTEM TABLE'", "%", or none) asks for `type`.
+bool WantsType(const SQLCHAR* types, const std::string& list, const std::string& type) {
+  if (!types || list.empty() || list == "%") return true;
+  std::size_t start = 0;
+  while (start <= list.size()) {
+    std::size_t end = list.find(',', start);
+    if (end == std::string::npos) end = list.size();
+    std::string item = list.substr(start, end - start);
+    auto trim = [&item](const char* chars) {
+      item.erase(0, item.find_first_not_of(chars));
+      item.erase(item.find_last_not_of(chars) + 1);
+    };
+    trim(" ");
+    trim("'");
+    if (item == type) return true;
+    start = end + 1;
+  }
+  return false;
+}
+
 constexpr short V = SQL_VARCHAR, S = SQL_SMALLINT, I = SQL_INTEGER;
 
 }  // namespace
@@ -86,17 +106,28 @@ SQLRETURN SQL_API SQLTables(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, SQ
   std::string typeList = InText(types, typesLength);
   if (InText(table, tableLength) == "" && typeList == "%") {
     result->addRow({std::nullopt, std::nullopt, std::nullopt, "SYSTEM TABLE", std::nullopt});
+    result->addRow({std::nullopt, std::nullopt, std::nullopt, "TABLE", std::nullopt});
     return Answer(stmt, std::move(result));
   }
-  bool wanted = !types || typeList.empty() || typeList.find("SYSTEM TABLE") != std::string::npos ||
-                typeList == "%";
   std::shared_ptr<const xls::Workbook> book;
   Error e = stmt->dbc->db->Snapshot(&book);
   if (!e.ok()) return PostError(stmt, e);
-  for (const xls::Sheet& s : book->sheets()) {
-    std::string name = s.name() + "$";
-    if (wanted && (Matches(table, tableLength, name) || Matches(table, tableLength, s.name()))) {
-      result->addRow({std::nullopt, std::nullopt, name, "SYSTEM TABLE", std::nullopt});
+  // Rows in TABLE_TYPE order: the workbook's defined names (named ranges) are TABLEs, its
+  // sheets SYSTEM TABLEs.
+  if (WantsType(types, typeList, "TABLE")) {
+    for (const xls::DefinedName& n : book->names()) {
+      if (n.builtin || n.scopeSheet >= 0) continue;  // sheet-scoped names are not tables
+      if (Matches(table, tableLength, n.name)) {
+        result->addRow({std::nullopt, std::nullopt, n.name, "TABLE", std::nullopt});
+      }
+    }
+  }
+  if (WantsType(types, typeList, "SYSTEM TABLE")) {
+    for (const xls::Sheet& s : book->sheets()) {
+      std::string name = s.name() + "$";
+      if (Matches(table, tableLength, name) || Matches(table, tableLength, s.name())) {
+        result->addRow({std::nullopt, std::nullopt, name, "SYSTEM TABLE", std::nullopt});
+      }
     }
   }
   return Answer(stmt, std::move(result));

@@ -37,6 +37,8 @@ State StateOf(ErrorKind kind) {
       return State::kTooComplex;
     case ErrorKind::kTooManyColumns:
       return State::kTooManyColumns;
+    case ErrorKind::kPassword:
+      return State::kInvalidAuthorization;
   }
   return State::kGeneralError;
 }

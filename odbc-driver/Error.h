@@ -30,6 +30,7 @@ enum class ErrorKind {
   kTableFull,        // HY000: no row left below the table (the sheet ends at row 65,536)
   kTooComplex,       // 54001: an expression nested or chained past what the parser takes
   kTooManyColumns,   // 54011: a table past the sheet's 256 columns
+  kPassword,         // 28000: an encrypted workbook that no password given opens
 };
 
 // The SQLSTATEs the driver reports, by name: entry points and conversions name one of these
@@ -52,6 +53,7 @@ enum class State : unsigned char {
   kNumericOutOfRange,       // 22003
   kInvalidCharacterValue,   // 22018
   kInvalidCursorState,      // 24000
+  kInvalidAuthorization,    // 28000: an encrypted workbook, and no password that opens it
   kSyntaxError,             // 42000
   kTableExists,             // 42S01
   kTableNotFound,           // 42S02
@@ -95,6 +97,7 @@ inline constexpr StateInfo kStates[] = {
     {"22003", nullptr},
     {"22018", nullptr},
     {"24000", nullptr},
+    {"28000", nullptr},
     {"42000", nullptr},
     {"42S01", nullptr},
     {"42S02", nullptr},

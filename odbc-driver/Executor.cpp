@@ -43,6 +43,22 @@ Error TableNotFound(const TableRef& t) {
                "Table " + Quote(t.sheet) + " not found: the workbook has no sheet of that name.");
 }
 
+// The table a statement names: a sheet or region as written, or else a defined name of the
+// workbook (a named range), which stands for the region it covers on its sheet.
+TableRef Target(const Workbook& book, const TableRef& t) {
+  if (t.hasRange || book.findSheet(t.sheet)) return t;
+  const xls::DefinedName* n = book.findName(t.sheet);
+  if (!n || n->builtin || n->sheet < 0 ||
+      n->sheet >= static_cast<int>(book.sheets().size())) {
+    return t;
+  }
+  TableRef named = t;
+  named.sheet = book.sheets()[static_cast<std::size_t>(n->sheet)].name();
+  named.hasRange = true;
+  named.range = CellRange{n->firstRow, n->firstColumn, n->lastRow, n->lastColumn};
+  return named;
+}
+
 // The rectangle a table covers on its sheet, trimmed to what holds values.
 struct TableView {
   bool empty = true;  // no cells at all: no columns, no rows
@@ -124,6 +140,22 @@ TableView Resolve(const Sheet& s, const TableRef& t, bool firstRowHasNames, bool
   v.firstData = firstRowHasNames ? top + 1 : top;
   v.lastData = bottom;
   NameColumns(s, firstRowHasNames, date1904, &v);
+  return v;
+}
+
+// The table a query reads. A sheet with no values has the used range A1, so it reads as one
+// column, F1, and no rows; an empty region keeps having no columns, which is what the
+// spreadsheet library sees of an empty or dropped sheet.
+TableView ResolveForReading(const Sheet& s, const TableRef& t, bool firstRowHasNames,
+                            bool date1904) {
+  TableView v = Resolve(s, t, firstRowHasNames, date1904);
+  if (v.empty && !t.hasRange) {
+    v.empty = false;
+    v.firstData = firstRowHasNames ? 1 : 0;
+    v.lastData = v.firstData - 1;
+    v.right = 0;
+    v.names = {"F1"};
+  }
   return v;
 }
 
@@ -331,9 +363,10 @@ class SheetResult final : public ResultSet {
 
 Error RunSelect(const Statement& st, const ExecOptions& o, const std::shared_ptr<Workbook>& book,
                 Outcome* out) {
-  const Sheet* s = book->findSheet(st.table.sheet);
-  if (!s) return TableNotFound(st.table);
-  TableView v = Resolve(*s, st.table, o.firstRowHasNames, book->date1904);
+  const TableRef t = Target(*book, st.table);
+  const Sheet* s = book->findSheet(t.sheet);
+  if (!s) return TableNotFound(t);
+  TableView v = ResolveForReading(*s, t, o.firstRowHasNames, book->date1904);
   std::vector<ColumnInfo> cols;
   std::vector<int> index;
   auto add = [&](int i) {
@@ -459,7 +492,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
 
 Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Workbook& book,
                 Outcome* out) {
-  const TableRef& t = st.table;
+  const TableRef t = Target(book, st.table);
   const Sheet* s = book.findSheet(t.sheet);
   if (!s) return TableNotFound(t);
   std::vector<Value> values(st.values.size());
@@ -532,9 +565,10 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
 
 Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Workbook& book,
                 Outcome* out) {
-  const Sheet* s = book.findSheet(st.table.sheet);
-  if (!s) return TableNotFound(st.table);
-  TableView v = Resolve(*s, st.table, o.firstRowHasNames, book.date1904);
+  const TableRef t = Target(book, st.table);
+  const Sheet* s = book.findSheet(t.sheet);
+  if (!s) return TableNotFound(t);
+  TableView v = Resolve(*s, t, o.firstRowHasNames, book.date1904);
   std::vector<int> cols;
   std::vector<Value> values(st.values.size());
   for (std::size_t i = 0; i < st.columns.size(); ++i) {
@@ -562,7 +596,7 @@ Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Wor
       if (!e.ok()) return e;
     }
   }
-  writes.ApplyTo(w.get().findSheet(st.table.sheet));
+  writes.ApplyTo(w.get().findSheet(t.sheet));
   out->changed = true;
   return Error();
 }
@@ -630,9 +664,10 @@ Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<W
 
 std::vector<std::string> TableColumnNames(const Workbook& book, const TableRef& table,
                                           bool firstRowHasNames) {
-  const Sheet* s = book.findSheet(table.sheet);
+  const TableRef t = Target(book, table);
+  const Sheet* s = book.findSheet(t.sheet);
   if (!s) return {};
-  return Resolve(*s, table, firstRowHasNames, book.date1904).names;
+  return ResolveForReading(*s, t, firstRowHasNames, book.date1904).names;
 }
 
 }  // namespace xlsodbc

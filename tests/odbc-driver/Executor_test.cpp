@@ -186,11 +186,37 @@ TEST_F(ExecutorTest, SelectShapesAndTypes) {
   EXPECT_EQ(Select("SELECT * FROM [Data$D6:B3]"), Select("SELECT * FROM [Data$B3:D6]"));
   EXPECT_EQ(Select("SELECT * FROM [Data$H1:K9]"), (Rows{{}}));  // nothing there: no columns
   book_->addSheet("Empty");
-  EXPECT_EQ(Select("SELECT * FROM [Empty]"), (Rows{{}}));
+  // An empty sheet's used range is A1, as in Excel: one column, F1, and no rows; an empty
+  // region still has no columns (what the spreadsheet library reads of an empty sheet).
+  EXPECT_EQ(Select("SELECT * FROM [Empty]"), (Rows{{"F1"}}));
+  EXPECT_EQ(Select("SELECT * FROM [Empty$A1:IV65536]"), (Rows{{}}));
   EXPECT_EQ(Run("SELECT [Nope] FROM [Data$]").kind(), ErrorKind::kColumnNotFound);
   Error missing = Run("SELECT * FROM [Sheet9$A1:IV65536]");
   EXPECT_EQ(missing.kind(), ErrorKind::kTableNotFound);
   EXPECT_NE(missing.message().find("'Sheet9'"), std::string::npos);
+}
+
+// A defined name is a table over the region it covers; a sheet of the same name wins, and
+// names Excel makes for itself (print areas, filters) are not tables.
+TEST_F(ExecutorTest, DefinedNamesAreTablesOverTheirRegion) {
+  xls::Sheet& s = book_->addSheet("Data");
+  s.set(0, 0, xls::Cell::Text("beside"));
+  s.set(2, 1, xls::Cell::Text("Name"));
+  s.set(2, 2, xls::Cell::Text("Qty"));
+  s.set(3, 1, xls::Cell::Text("bolt"));
+  s.set(3, 2, xls::Cell::Number(1));
+  book_->addName(xls::DefinedName{"Prices", -1, false, 0, 2, 3, 1, 2});  // Data!B3:C4
+  book_->addName(xls::DefinedName{"Print_Area", -1, true, 0, 0, 5, 0, 3});
+  EXPECT_EQ(Select("SELECT * FROM Prices"), (Rows{{"Name", "Qty"}, {"bolt", "1"}}));
+  EXPECT_EQ(Select("SELECT [Name] FROM [PRICES]"), (Rows{{"Name"}, {"bolt"}}));
+  Ok("UPDATE Prices SET Qty = 7");
+  Ok("INSERT INTO Prices VALUES ('nut', 3)");
+  EXPECT_EQ(Select("SELECT * FROM [Data$B3:C9]"),
+            (Rows{{"Name", "Qty"}, {"bolt", "7"}, {"nut", "3"}}));
+  EXPECT_EQ(CellAt("Data", 0, 0), "beside");
+  EXPECT_EQ(Run("SELECT * FROM Print_Area").kind(), ErrorKind::kTableNotFound);
+  book_->addSheet("Prices");  // a sheet of the same name wins
+  EXPECT_EQ(Select("SELECT * FROM Prices"), (Rows{{"F1"}}));
 }
 
 TEST_F(ExecutorTest, WhereComparesNumbersAsNumbersAndNullAsUnknown) {
