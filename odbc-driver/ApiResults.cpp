@@ -16,8 +16,8 @@ int ColumnCount(const Stmt* s) {
 }
 
 const ColumnInfo* Column(Stmt* s, SQLUSMALLINT number) {
-  if (number < 1 || number > ColumnCount(s)) return nullptr;
-  return &s->result->columns()[number - 1u];
+  if (number < 1 || number > static_cast<int>(s->described.size())) return nullptr;
+  return &s->described[number - 1u];
 }
 
 // Writes the bound columns of rowset row i (result row stmt->row + i); the diagnostic of a
@@ -160,7 +160,7 @@ SQLRETURN SQL_API SQLDescribeCol(SQLHSTMT handle, SQLUSMALLINT number, SQLCHAR* 
                      "No column " + std::to_string(number) + ".");
   if (type) *type = c->sqlType;
   if (size) *size = static_cast<SQLULEN>(c->size);
-  if (digits) *digits = 0;
+  if (digits) *digits = SqlTypeOf(c->sqlType).decimalDigits;
   if (nullable) *nullable = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS;
   if (CopyOut(c->name, name, nameMax, nameLength)) {
     return PostWarning(stmt, State::kStringTruncated);
@@ -182,6 +182,8 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
   if (!c)
     return PostError(stmt, State::kInvalidDescriptorIndex,
                      "No column " + std::to_string(number) + ".");
+  const SqlTypeInfo& t = SqlTypeOf(c->sqlType);
+  const bool isChar = !t.isNumber && t.datetimeSub == 0;
   std::string s;
   bool isText = true;
   SQLLEN n = 0;
@@ -196,34 +198,50 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
       s = c->table;
       break;
     case SQL_DESC_TYPE_NAME:
-      s = c->sqlType == SQL_VARCHAR ? "VARCHAR"
-                                    : (c->sqlType == SQL_SMALLINT ? "SMALLINT" : "INTEGER");
+    case SQL_DESC_LOCAL_TYPE_NAME:
+      s = t.name;
       break;
     case SQL_DESC_LITERAL_PREFIX:
     case SQL_DESC_LITERAL_SUFFIX:
-      s = c->sqlType == SQL_VARCHAR ? "'" : "";
+      s = t.literal ? t.literal : "";
       break;
     case SQL_DESC_CATALOG_NAME:
     case SQL_DESC_SCHEMA_NAME:
-    case SQL_DESC_LOCAL_TYPE_NAME:
       s = "";
       break;
     default:
       isText = false;
       switch (field) {
         case SQL_DESC_TYPE:
+          n = t.verboseType;
+          break;
         case SQL_DESC_CONCISE_TYPE:
           n = c->sqlType;
           break;
         case SQL_DESC_LENGTH:
-        case SQL_DESC_OCTET_LENGTH:
-        case SQL_DESC_DISPLAY_SIZE:
-        case SQL_DESC_PRECISION:
         case SQL_COLUMN_LENGTH:
+          n = isChar ? c->size : (t.isNumber ? c->size : t.columnSize);
+          break;
+        case SQL_DESC_OCTET_LENGTH:
+          n = isChar ? c->size : t.octetLength;
+          break;
+        case SQL_DESC_PRECISION:
         case SQL_COLUMN_PRECISION:
-          n = c->size;
+          // For a date, the digits of its fractions of a second: cells keep none.
+          n = t.datetimeSub != 0 ? 0 : c->size;
+          break;
+        case SQL_DESC_SCALE:
+        case SQL_COLUMN_SCALE:
+          n = t.decimalDigits;
+          break;
+        case SQL_DESC_DISPLAY_SIZE:
+          n = isChar ? c->size : t.displaySize;
+          break;
+        case SQL_DESC_DATETIME_INTERVAL_CODE:
+          n = t.datetimeSub;
           break;
         case SQL_DESC_NULLABLE:
+        case SQL_COLUMN_NULLABLE:
           n = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS;
           break;
         case SQL_DESC_SEARCHABLE:
@@ -233,20 +251,20 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
           n = SQL_ATTR_READONLY;
           break;
         case SQL_DESC_CASE_SENSITIVE:
-          n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE;
+          n = t.caseSensitive ? SQL_TRUE : SQL_FALSE;
           break;
         case SQL_DESC_UNSIGNED:
-          n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE;
+          n = t.isNumber && c->sqlType != SQL_BIT ? SQL_FALSE : SQL_TRUE;
           break;
         case SQL_DESC_UNNAMED:
-          n = SQL_NAMED;
+          n = c->name.empty() ? SQL_UNNAMED : SQL_NAMED;
           break;
         case SQL_DESC_NUM_PREC_RADIX:
-          n = c->sqlType == SQL_VARCHAR ? 0 : 10;
+          n = t.isNumber ? 10 : 0;
           break;
         default:
           n = 0;
-          break;  // scale, auto-unique, fixed precision...: none apply
+          break;  // auto-unique, fixed precision...: none apply
       }
   }
   if (!isText) {

@@ -106,6 +106,52 @@ ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, S
 
 }  // namespace
 
+const std::vector<SqlTypeInfo>& SqlTypes() {
+  // Numbers are doubles in cells: fifteen significant digits whatever the declared type.
+  static const std::vector<SqlTypeInfo> kTypes = {
+      {"BIT", SQL_BIT, 1, nullptr, nullptr, false, true, 0, SQL_BIT, 0, 1, 1, SQL_C_BIT},
+      {"TINYINT", SQL_TINYINT, 3, nullptr, nullptr, false, true, 0, SQL_TINYINT, 0, 1, 4,
+       SQL_C_STINYINT},
+      {"BIGINT", SQL_BIGINT, 19, nullptr, nullptr, false, true, 0, SQL_BIGINT, 0, 8, 20,
+       SQL_C_SBIGINT},
+      {"LONGVARCHAR", SQL_LONGVARCHAR, 32767, "'", nullptr, true, false, 0, SQL_LONGVARCHAR, 0,
+       32767, 32767, SQL_C_CHAR},
+      {"CHAR", SQL_CHAR, 255, "'", "length", true, false, 0, SQL_CHAR, 0, 255, 255, SQL_C_CHAR},
+      {"NUMERIC", SQL_NUMERIC, 15, nullptr, "precision,scale", false, true, 0, SQL_NUMERIC, 0, 17,
+       17, SQL_C_CHAR},
+      {"DECIMAL", SQL_DECIMAL, 15, nullptr, "precision,scale", false, true, 0, SQL_DECIMAL, 0, 17,
+       17, SQL_C_CHAR},
+      {"INTEGER", SQL_INTEGER, 10, nullptr, nullptr, false, true, 0, SQL_INTEGER, 0, 4, 11,
+       SQL_C_SLONG},
+      {"SMALLINT", SQL_SMALLINT, 5, nullptr, nullptr, false, true, 0, SQL_SMALLINT, 0, 2, 6,
+       SQL_C_SSHORT},
+      {"FLOAT", SQL_FLOAT, 15, nullptr, nullptr, false, true, 0, SQL_FLOAT, 0, 8, 24, SQL_C_DOUBLE},
+      {"REAL", SQL_REAL, 7, nullptr, nullptr, false, true, 0, SQL_REAL, 0, 4, 14, SQL_C_FLOAT},
+      {"DOUBLE", SQL_DOUBLE, 15, nullptr, nullptr, false, true, 0, SQL_DOUBLE, 0, 8, 24,
+       SQL_C_DOUBLE},
+      {"VARCHAR", SQL_VARCHAR, 255, "'", "length", true, false, 0, SQL_VARCHAR, 0, 255, 255,
+       SQL_C_CHAR},
+      {"DATE", SQL_TYPE_DATE, 10, "'", nullptr, false, false, 0, SQL_DATETIME, SQL_CODE_DATE, 6, 10,
+       SQL_C_TYPE_DATE},
+      {"TIME", SQL_TYPE_TIME, 8, "'", nullptr, false, false, 0, SQL_DATETIME, SQL_CODE_TIME, 6, 8,
+       SQL_C_TYPE_TIME},
+      {"TIMESTAMP", SQL_TYPE_TIMESTAMP, 19, "'", nullptr, false, false, 0, SQL_DATETIME,
+       SQL_CODE_TIMESTAMP, 16, 19, SQL_C_TYPE_TIMESTAMP},
+  };
+  return kTypes;
+}
+
+const SqlTypeInfo& SqlTypeOf(SQLSMALLINT type) {
+  const auto& types = SqlTypes();
+  for (const SqlTypeInfo& t : types) {
+    if (t.type == type) return t;
+  }
+  for (const SqlTypeInfo& t : types) {
+    if (t.type == SQL_VARCHAR) return t;
+  }
+  return types.front();
+}
+
 std::u16string Utf8ToUtf16(std::string_view s) {
   std::u16string out;
   out.reserve(s.size());

@@ -51,6 +51,7 @@ enum class State : unsigned char {
   kNullWithoutIndicator,    // 22002
   kNumericOutOfRange,       // 22003
   kInvalidCharacterValue,   // 22018
+  kInvalidDatetimeFormat,   // 22007
   kInvalidCursorState,      // 24000
   kSyntaxError,             // 42000
   kTableExists,             // 42S01
@@ -94,6 +95,7 @@ inline constexpr StateInfo kStates[] = {
     {"22002", "NULL value but no indicator variable given."},
     {"22003", nullptr},
     {"22018", nullptr},
+    {"22007", nullptr},
     {"24000", nullptr},
     {"42000", nullptr},
     {"42S01", nullptr},

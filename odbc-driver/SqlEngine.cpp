@@ -129,6 +129,10 @@ SqlEngine::SqlEngine(EngineLimits limits)
   db_ = db;
 }
 
+void SqlEngine::SetDateTexts(const std::vector<std::string>* texts) {
+  module_->SetDateTexts(texts);
+}
+
 SqlEngine::~SqlEngine() {
   if (db_) {
     DropTables();

@@ -109,6 +109,11 @@ class SqlEngine {
   Error Execute(std::string_view sql, const ExecOptions& options,
                 std::shared_ptr<xls::Workbook>* book, Outcome* out);
 
+  // Text written to a cell that equals one of *texts (the text of a date parameter) is
+  // stored as a date cell with a date format, whatever the column's type; nullptr: none.
+  // REQUIRES: *texts outlives the statements run until it is reset.
+  void SetDateTexts(const std::vector<std::string>* texts);
+
   // False when SQLite could not be set up (out of memory); Execute then fails.
   bool ready() const { return db_ != nullptr; }
 
