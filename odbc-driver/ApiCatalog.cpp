@@ -194,18 +194,17 @@ SQLRETURN SQL_API SQLGetTypeInfo(SQLHSTMT handle, SQLSMALLINT type) {
     if (type != SQL_ALL_TYPES && type != t.type && type != data) continue;
     const std::optional<std::string> literal =
         t.literal ? std::optional<std::string>(t.literal) : none;
-    const bool exact = t.isNumber && t.type != SQL_FLOAT && t.type != SQL_REAL &&
-                       t.type != SQL_DOUBLE;
-    result->addRow({t.name, number(data), number(t.columnSize), literal, literal,
-                    t.createParams ? std::optional<std::string>(t.createParams) : none,
-                    number(SQL_NULLABLE), number(t.caseSensitive ? SQL_TRUE : SQL_FALSE),
-                    number(SQL_SEARCHABLE),
-                    t.isNumber ? number(t.type == SQL_BIT ? SQL_TRUE : SQL_FALSE) : none,
-                    number(SQL_FALSE), t.isNumber ? number(SQL_FALSE) : none, t.name,
-                    exact || t.datetimeSub ? number(0) : none,
-                    exact || t.datetimeSub ? number(t.createParams && t.isNumber ? 15 : 0) : none,
-                    number(t.verboseType), t.datetimeSub ? number(t.datetimeSub) : none,
-                    t.isNumber ? number(10) : none, none});
+    const bool exact =
+        t.isNumber && t.type != SQL_FLOAT && t.type != SQL_REAL && t.type != SQL_DOUBLE;
+    result->addRow(
+        {t.name, number(data), number(t.columnSize), literal, literal,
+         t.createParams ? std::optional<std::string>(t.createParams) : none, number(SQL_NULLABLE),
+         number(t.caseSensitive ? SQL_TRUE : SQL_FALSE), number(SQL_SEARCHABLE),
+         t.isNumber ? number(t.type == SQL_BIT ? SQL_TRUE : SQL_FALSE) : none, number(SQL_FALSE),
+         t.isNumber ? number(SQL_FALSE) : none, t.name, exact || t.datetimeSub ? number(0) : none,
+         exact || t.datetimeSub ? number(t.createParams && t.isNumber ? 15 : 0) : none,
+         number(t.verboseType), t.datetimeSub ? number(t.datetimeSub) : none,
+         t.isNumber ? number(10) : none, none});
   }
   return Answer(stmt, std::move(result));
 }

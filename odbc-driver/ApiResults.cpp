@@ -20,6 +20,13 @@ const ColumnInfo* Column(Stmt* s, SQLUSMALLINT number) {
   return &s->described[number - 1u];
 }
 
+// SQL_C_DEFAULT: the C type of the column's SQL type (text for text, a double for DOUBLE, a
+// timestamp for TIMESTAMP...).
+SQLSMALLINT DefaultCType(const Stmt* s, SQLUSMALLINT number) {
+  if (number < 1 || number > s->described.size()) return SQL_C_CHAR;
+  return SqlTypeOf(s->described[number - 1u].sqlType).defaultCType;
+}
+
 // Writes the bound columns of rowset row i (result row stmt->row + i); the diagnostic of a
 // value that does not convert names the row and column.
 SQLRETURN FillBound(Stmt* stmt, SQLULEN i) {
@@ -30,7 +37,7 @@ SQLRETURN FillBound(Stmt* stmt, SQLULEN i) {
     if (number < 1 || number > ColumnCount(stmt)) continue;
     bool present = stmt->result->text(stmt->row + static_cast<long>(i), number - 1, buf,
                                       &stmt->scratch, &text);
-    std::size_t size = FixedSizeOf(b.cType);
+    std::size_t size = FixedSizeOf(b.cType == SQL_C_DEFAULT ? DefaultCType(stmt, number) : b.cType);
     if (size == 0) size = static_cast<std::size_t>(std::max<SQLLEN>(b.bufferLength, 0));
     void* data = ElementAddress(b.buffer, stmt->rowBindType, size, stmt->rowBindOffset, i);
     auto* ind = static_cast<SQLLEN*>(
@@ -38,7 +45,8 @@ SQLRETURN FillBound(Stmt* stmt, SQLULEN i) {
     // A row-wise array may put the indicator at any address: it is written bytewise.
     SQLLEN length = 0;
     std::size_t offset = 0;
-    ConvertResult r = ConvertView(present ? &text : nullptr, b.cType, data, b.bufferLength,
+    const SQLSMALLINT cType = b.cType == SQL_C_DEFAULT ? DefaultCType(stmt, number) : b.cType;
+    ConvertResult r = ConvertView(present ? &text : nullptr, cType, data, b.bufferLength,
                                   ind ? &length : nullptr, &offset);
     if (ind && r.ret != SQL_ERROR) std::memcpy(ind, &length, sizeof length);
     if (r.ret == SQL_ERROR) {
@@ -326,11 +334,12 @@ SQLRETURN SQL_API SQLGetData(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT c
     stmt->dataColumn = number;
     stmt->dataOffset = 0;
   }
+  if (cType == SQL_C_DEFAULT) cType = DefaultCType(stmt, number);
   char buf[ResultSet::kTextBuffer];
   std::string_view text;
   bool present = stmt->result->text(stmt->row, number - 1, buf, &stmt->scratch, &text);
-  if (present && (cType == SQL_C_CHAR || cType == SQL_C_DEFAULT) && stmt->dataOffset == 0 &&
-      buffer && bufferLength > 0 && text.size() < static_cast<std::size_t>(bufferLength)) {
+  if (present && cType == SQL_C_CHAR && stmt->dataOffset == 0 && buffer && bufferLength > 0 &&
+      text.size() < static_cast<std::size_t>(bufferLength)) {
     // The whole value fits, the common case: what ConvertView does, without building its
     // result. The offset marks the value delivered, so another call answers SQL_NO_DATA.
     std::memcpy(buffer, text.data(), text.size());

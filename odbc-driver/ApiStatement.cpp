@@ -67,8 +67,8 @@ std::optional<std::string> WithoutConstraints(std::string_view sql) {
     }
     if (c == '(') ++depth;
     if (c == ')') --depth;
-    const bool wordStart = !out.empty() && !std::isalnum(static_cast<unsigned char>(out.back())) &&
-                           out.back() != '_';
+    const bool wordStart =
+        !out.empty() && !std::isalnum(static_cast<unsigned char>(out.back())) && out.back() != '_';
     if (depth > 0 && wordStart) {
       if (std::size_t n = ConstraintAt(sql, i)) {
         i += n;
@@ -324,6 +324,11 @@ SQLRETURN RunArray(Stmt* stmt) {
 SQLRETURN Run(Stmt* stmt) {
   stmt->CloseCursor();
   stmt->rowCount = -1;
+  if (stmt->dbc->readOnlyAttr && !IsQuery(stmt)) {
+    return PostError(stmt, Error(ErrorKind::kReadOnly,
+                                 "The connection is read-only (SQL_ATTR_ACCESS_MODE): the "
+                                 "workbook cannot be changed."));
+  }
   if (stmt->parsed.parameterCount == 0 ||
       (stmt->paramsetSize == 1 && (!stmt->paramOperation || IsQuery(stmt)))) {
     SQLRETURN ret = RunOnce(stmt);

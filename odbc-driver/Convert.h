@@ -34,9 +34,9 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
 // text through SQL_C_CHAR; the types only tell an application what the values are.
 struct SqlTypeInfo {
   const char* name;
-  SQLSMALLINT type;        // concise type (SQL_TYPE_TIMESTAMP, not SQL_DATETIME)
-  long columnSize;         // characters, digits, or a date's text length
-  const char* literal;     // prefix and suffix of a literal; nullptr for numbers
+  SQLSMALLINT type;     // concise type (SQL_TYPE_TIMESTAMP, not SQL_DATETIME)
+  long columnSize;      // characters, digits, or a date's text length
+  const char* literal;  // prefix and suffix of a literal; nullptr for numbers
   const char* createParams;
   bool caseSensitive;
   bool isNumber;
@@ -45,7 +45,7 @@ struct SqlTypeInfo {
   SQLSMALLINT datetimeSub;    // SQL_CODE_DATE/TIME/TIMESTAMP, else 0
   long octetLength;           // bytes of its default C type
   long displaySize;
-  SQLSMALLINT defaultCType;   // what SQL_C_DEFAULT delivers
+  SQLSMALLINT defaultCType;  // what SQL_C_DEFAULT delivers
 };
 
 // Every type, in the order SQLGetTypeInfo lists them (by type number).

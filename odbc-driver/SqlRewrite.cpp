@@ -180,7 +180,7 @@ class Rewriter {
   }
   Error Fail(std::size_t at, const std::string& what) const {
     return Error(ErrorKind::kSyntax,
-                 "Syntax error at character " + std::to_string(at + 1) + ": " + what + ".");
+                 "Syntax error at position " + std::to_string(at + 1) + ": " + what + ".");
   }
   void FlushLimits(int depth) {
     while (!limits_.empty() && limits_.back().first == depth) {
@@ -332,6 +332,7 @@ class Rewriter {
       }
       Anchor(open.begin);
       out_->sql += SingleQuoted(normal);
+      if (!time) out_->dateLiterals.push_back(normal);
       i_ = close + 1;
       return Error();
     }

@@ -35,6 +35,8 @@ struct RewrittenSql {
   int parameterCount = 0;  // ? markers, for SQLNumParams before the statement runs
   // INSERT with no column list: the offset in sql just after the table name, else npos.
   std::size_t columnListAt = std::string::npos;
+  // The texts {d '...'} and {ts '...'} became: such a value written to a cell is a date.
+  std::vector<std::string> dateLiterals;
   // (offset in sql, offset in the input) at each place the two part ways, ascending.
   std::vector<std::pair<std::size_t, std::size_t>> anchors;
 
