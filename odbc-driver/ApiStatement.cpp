@@ -122,7 +122,7 @@ bool IsQuery(const Stmt* stmt) {
   return stmt->engine ? stmt->engineQuery : !stmt->parsed.changesData();
 }
 
-// A parameter bound as a date, time or timestamp, by its C type or its SQL type.
+// A parameter bound as a date or timestamp, by its C type or its SQL type. Times stay text.
 bool IsDateParameter(const ParamBinding& b) {
   switch (b.cType) {
     case SQL_C_TYPE_DATE:

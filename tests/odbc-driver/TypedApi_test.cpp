@@ -273,5 +273,17 @@ TEST_F(TypedApiTest, CreateTableIgnoresColumnConstraints) {
   EXPECT_EQ(cn_.Query("SELECT * FROM [L$]"), (std::vector<std::vector<std::string>>{{"NOT NULL"}}));
 }
 
+TEST_F(TypedApiTest, ReadOnlyAccessModeRefusesChangesUntilCleared) {
+  ASSERT_TRUE(cn_.Exec("CREATE TABLE [R] ([K] NUMBER)").ok());
+  ASSERT_EQ(SQLSetConnectAttr(cn_.dbc(), SQL_ATTR_ACCESS_MODE, (SQLPOINTER)SQL_MODE_READ_ONLY, 0),
+            SQL_SUCCESS);
+  EXPECT_EQ(cn_.Exec("INSERT INTO [R] VALUES (1)").state, "HY000");
+  EXPECT_EQ(cn_.Exec("DELETE FROM [R]").state, "HY000");
+  EXPECT_TRUE(cn_.Exec("SELECT * FROM [R$]").ok());
+  ASSERT_EQ(SQLSetConnectAttr(cn_.dbc(), SQL_ATTR_ACCESS_MODE, (SQLPOINTER)SQL_MODE_READ_WRITE, 0),
+            SQL_SUCCESS);
+  EXPECT_TRUE(cn_.Exec("INSERT INTO [R] VALUES (1)").ok());
+}
+
 }  // namespace
 }  // namespace xlsodbc::test
