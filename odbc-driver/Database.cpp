@@ -448,7 +448,11 @@ Error Database::ExecuteEngine(const std::string& sql, bool query,
   if (changed) {
     // One fold writes the model with the journal's pending statements already replayed into
     // it, and restarts the journal against the new bytes, so those are never applied twice.
+    const FileId before = loaded_;
     e = Fold();
+    // Once the new workbook is in place the change is saved, even when the journal could not
+    // be restarted after it: a journal left behind names the old bytes and is ignored.
+    if (!e.ok() && loaded_ != before) e = Error();
     if (!e.ok()) {
       loaded_ = Unknown();  // the model holds changes the file does not
       rowCounts->clear();
