@@ -51,8 +51,9 @@ CASES = [
     ("LIMIT n", "SELECT Name FROM [People$] ORDER BY Name DESC LIMIT 1", (), [("Di",)]),
     ("-- comments", "SELECT Name -- who\nFROM [People$] WHERE Dept = 'HR'", (), [("Di",)]),
     ("SELECT without FROM", "SELECT 1 + 1, 'a' || 'b'", (), [(2, "ab")]),
-    ("{d} and {ts} escapes", "SELECT Name FROM [People$] WHERE Hired < {d '2020-01-01'}", (),
-     [("Cy",)]),
+    ("{d} and {ts} escapes",
+     "SELECT Name FROM [People$] WHERE Hired < {d '2020-01-01'} "
+     "OR Hired = {ts '2024-02-29 00:00:00'} ORDER BY Name", (), [("Bob",), ("Cy",)]),
     ("{fn UCASE()} escape", "SELECT {fn UCASE(Name)} FROM [People$] WHERE Dept = 'HR'", (),
      [("DI",)]),
     ("Dates compare as dates", "SELECT Name FROM [People$] WHERE Hired IN ('2024-02-29')", (),
@@ -110,13 +111,14 @@ def show(v):
 def markdown():
     out = ["| statement family | example | result |", "|---|---|---|"]
     for family, sql, params, expected in CASES:
-        example = sql.replace("\n", " ").replace("|", "\\|")
+        example = sql.replace("\n", " ⏎ ").replace("|", "\\|")  # ⏎: a line break
         if params:
             example += "  with ? = " + ", ".join(str(p) for p in params)
         if isinstance(expected, int):
             result = "%d row%s" % (expected, "" if expected == 1 else "s")
         else:
             result = "; ".join("(" + ", ".join(show(v) for v in row) + ")" for row in expected)
+            result = result or "no rows"
         out.append("| %s | `%s` | %s |" % (family, example.replace("`", "'"), result.replace("|", "\\|")))
     return "\n".join(out) + "\n"
 
