@@ -145,6 +145,7 @@ void DescribeTypes(Stmt* stmt) {
   TableView v = ResolveTable(*s, st.table, stmt->dbc->db->firstRowHasNames(), book->date1904);
   std::vector<ColumnType> types = GuessColumnTypes(*s, v);
   for (std::size_t k = 0; k < stmt->described.size(); ++k) {
+    if (!st.columns.empty() && k >= st.columns.size()) break;
     int i = st.columns.empty() ? static_cast<int>(k) : FindColumn(v, st.columns[k]);
     if (i >= 0 && static_cast<std::size_t>(i) < types.size())
       SetColumnType(types[static_cast<std::size_t>(i)], &stmt->described[k]);
