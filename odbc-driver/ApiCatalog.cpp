@@ -2,9 +2,11 @@
 // SYSTEM TABLE "Sheet1$", the name under which other drivers for workbooks show it, and
 // SELECT accepts it as written. Catalog calls that have nothing to report (keys, indexes,
 // procedures, privileges) answer an empty result of the shape ODBC gives them.
+#include "odbc-driver/Convert.h"
 #include "odbc-driver/Diagnostics.h"
 #include "odbc-driver/Executor.h"
 #include "odbc-driver/Handles.h"
+#include "odbc-driver/SheetVtab.h"
 
 using namespace xlsodbc;
 
@@ -165,15 +167,24 @@ SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, S
     if (!Matches(table, tableLength, name) && !Matches(table, tableLength, s.name())) continue;
     TableRef ref;
     ref.sheet = s.name();
-    std::vector<std::string> names =
-        TableColumnNames(*book, ref, stmt->dbc->db->firstRowHasNames());
+    const bool names1 = stmt->dbc->db->firstRowHasNames();
+    std::vector<std::string> names = TableColumnNames(*book, ref, names1);
+    std::vector<ColumnType> types =
+        GuessColumnTypes(s, ResolveTable(s, ref, names1, book->date1904));
     for (std::size_t i = 0; i < names.size(); ++i) {
       if (!Matches(column, columnLength, names[i])) continue;
-      result->addRow({std::nullopt, std::nullopt, name, names[i], std::to_string(SQL_VARCHAR),
-                      "VARCHAR", "255", "255", std::nullopt, std::nullopt,
-                      std::to_string(SQL_NULLABLE), std::nullopt, std::nullopt,
-                      std::to_string(SQL_VARCHAR), std::nullopt, "255", std::to_string(i + 1),
-                      "YES"});
+      ColumnInfo c;
+      if (i < types.size()) SetColumnType(types[i], &c);
+      const SqlTypeInfo& t = SqlTypeOf(c.sqlType);
+      const bool isChar = !t.isNumber && t.datetimeSub == 0;
+      auto number = [](long v) { return std::optional<std::string>(std::to_string(v)); };
+      std::optional<std::string> none;
+      result->addRow({none, none, name, names[i], number(c.sqlType), t.name, number(c.size),
+                      number(isChar ? c.size : t.octetLength),
+                      t.isNumber || t.datetimeSub ? number(t.decimalDigits) : none,
+                      t.isNumber ? number(10) : none, number(SQL_NULLABLE), none, none,
+                      number(t.verboseType), t.datetimeSub ? number(t.datetimeSub) : none,
+                      isChar ? number(c.size) : none, number(static_cast<long>(i + 1)), "YES"});
     }
   }
   return Answer(stmt, std::move(result));
@@ -202,12 +213,29 @@ SQLRETURN SQL_API SQLGetTypeInfo(SQLHSTMT handle, SQLSMALLINT type) {
                                                     {"SQL_DATETIME_SUB", S},
                                                     {"NUM_PREC_RADIX", I},
                                                     {"INTERVAL_PRECISION", S}}));
-  // Every column is text: cells come back as their text, whatever they hold.
-  if (type == SQL_ALL_TYPES || type == SQL_VARCHAR) {
-    result->addRow({"VARCHAR", std::to_string(SQL_VARCHAR), "255", "'", "'", "length",
-                    std::to_string(SQL_NULLABLE), "1", std::to_string(SQL_SEARCHABLE), std::nullopt,
-                    "0", std::nullopt, "VARCHAR", std::nullopt, std::nullopt,
-                    std::to_string(SQL_VARCHAR), std::nullopt, std::nullopt, std::nullopt});
+  // Every type a column is reported as or CREATE TABLE takes; a type the driver lacks gives
+  // no rows, as ODBC has it.
+  auto number = [](long v) { return std::optional<std::string>(std::to_string(v)); };
+  std::optional<std::string> none;
+  const bool odbc2 = stmt->dbc->env->odbcVersion == SQL_OV_ODBC2;
+  for (const SqlTypeInfo& t : SqlTypes()) {
+    SQLSMALLINT data = t.type;
+    // An ODBC 2 application knows dates by their old numbers.
+    if (odbc2 && t.datetimeSub) data = static_cast<SQLSMALLINT>(t.type - 82);
+    if (type != SQL_ALL_TYPES && type != t.type && type != data) continue;
+    const std::optional<std::string> literal =
+        t.literal ? std::optional<std::string>(t.literal) : none;
+    const bool exact =
+        t.isNumber && t.type != SQL_FLOAT && t.type != SQL_REAL && t.type != SQL_DOUBLE;
+    result->addRow(
+        {t.name, number(data), number(t.columnSize), literal, literal,
+         t.createParams ? std::optional<std::string>(t.createParams) : none, number(SQL_NULLABLE),
+         number(t.caseSensitive ? SQL_TRUE : SQL_FALSE), number(SQL_SEARCHABLE),
+         t.isNumber ? number(t.type == SQL_BIT ? SQL_TRUE : SQL_FALSE) : none, number(SQL_FALSE),
+         t.isNumber ? number(SQL_FALSE) : none, t.name, exact || t.datetimeSub ? number(0) : none,
+         exact || t.datetimeSub ? number(t.createParams && t.isNumber ? 15 : 0) : none,
+         number(t.verboseType), t.datetimeSub ? number(t.datetimeSub) : none,
+         t.isNumber ? number(10) : none, none});
   }
   return Answer(stmt, std::move(result));
 }

@@ -47,7 +47,9 @@ SQLRETURN SetConnectAttr(Dbc* dbc, SQLINTEGER attr, SQLPOINTER value) {
       dbc->autocommit = v != SQL_AUTOCOMMIT_OFF;
       return SQL_SUCCESS;
     case SQL_ATTR_ACCESS_MODE:
-      if (dbc->db && (v == SQL_MODE_READ_ONLY) != dbc->db->readOnly()) {
+      // READONLY=1 in the connection string holds for the connection's life; otherwise the
+      // attribute makes statements that change the workbook fail until it is cleared.
+      if (dbc->db && dbc->db->readOnly() && v != SQL_MODE_READ_ONLY) {
         return PostError(dbc, State::kCannotSetNow,
                          "The access mode is fixed once connected (READONLY).");
       }
@@ -94,8 +96,8 @@ SQLRETURN GetConnectAttr(Dbc* dbc, SQLINTEGER attr, SQLPOINTER value, SQLINTEGER
       v = dbc->autocommit ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF;
       break;
     case SQL_ATTR_ACCESS_MODE:
-      v = (dbc->db ? dbc->db->readOnly() : dbc->readOnlyAttr) ? SQL_MODE_READ_ONLY
-                                                              : SQL_MODE_READ_WRITE;
+      v = ((dbc->db && dbc->db->readOnly()) || dbc->readOnlyAttr) ? SQL_MODE_READ_ONLY
+                                                                  : SQL_MODE_READ_WRITE;
       break;
     case SQL_ATTR_CONNECTION_DEAD:
       v = dbc->db ? SQL_CD_FALSE : SQL_CD_TRUE;

@@ -16,8 +16,15 @@ int ColumnCount(const Stmt* s) {
 }
 
 const ColumnInfo* Column(Stmt* s, SQLUSMALLINT number) {
-  if (number < 1 || number > ColumnCount(s)) return nullptr;
-  return &s->result->columns()[number - 1u];
+  if (number < 1 || number > static_cast<int>(s->described.size())) return nullptr;
+  return &s->described[number - 1u];
+}
+
+// SQL_C_DEFAULT: the C type of the column's SQL type (text for text, a double for DOUBLE, a
+// timestamp for TIMESTAMP...).
+SQLSMALLINT DefaultCType(const Stmt* s, SQLUSMALLINT number) {
+  if (number < 1 || number > s->described.size()) return SQL_C_CHAR;
+  return SqlTypeOf(s->described[number - 1u].sqlType).defaultCType;
 }
 
 // Writes the bound columns of rowset row i (result row stmt->row + i); the diagnostic of a
@@ -30,7 +37,7 @@ SQLRETURN FillBound(Stmt* stmt, SQLULEN i) {
     if (number < 1 || number > ColumnCount(stmt)) continue;
     bool present = stmt->result->text(stmt->row + static_cast<long>(i), number - 1, buf,
                                       &stmt->scratch, &text);
-    std::size_t size = FixedSizeOf(b.cType);
+    std::size_t size = FixedSizeOf(b.cType == SQL_C_DEFAULT ? DefaultCType(stmt, number) : b.cType);
     if (size == 0) size = static_cast<std::size_t>(std::max<SQLLEN>(b.bufferLength, 0));
     void* data = ElementAddress(b.buffer, stmt->rowBindType, size, stmt->rowBindOffset, i);
     auto* ind = static_cast<SQLLEN*>(
@@ -38,7 +45,8 @@ SQLRETURN FillBound(Stmt* stmt, SQLULEN i) {
     // A row-wise array may put the indicator at any address: it is written bytewise.
     SQLLEN length = 0;
     std::size_t offset = 0;
-    ConvertResult r = ConvertView(present ? &text : nullptr, b.cType, data, b.bufferLength,
+    const SQLSMALLINT cType = b.cType == SQL_C_DEFAULT ? DefaultCType(stmt, number) : b.cType;
+    ConvertResult r = ConvertView(present ? &text : nullptr, cType, data, b.bufferLength,
                                   ind ? &length : nullptr, &offset);
     if (ind && r.ret != SQL_ERROR) std::memcpy(ind, &length, sizeof length);
     if (r.ret == SQL_ERROR) {
@@ -160,7 +168,7 @@ SQLRETURN SQL_API SQLDescribeCol(SQLHSTMT handle, SQLUSMALLINT number, SQLCHAR* 
                      "No column " + std::to_string(number) + ".");
   if (type) *type = c->sqlType;
   if (size) *size = static_cast<SQLULEN>(c->size);
-  if (digits) *digits = 0;
+  if (digits) *digits = SqlTypeOf(c->sqlType).decimalDigits;
   if (nullable) *nullable = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS;
   if (CopyOut(c->name, name, nameMax, nameLength)) {
     return PostWarning(stmt, State::kStringTruncated);
@@ -182,6 +190,8 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
   if (!c)
     return PostError(stmt, State::kInvalidDescriptorIndex,
                      "No column " + std::to_string(number) + ".");
+  const SqlTypeInfo& t = SqlTypeOf(c->sqlType);
+  const bool isChar = !t.isNumber && t.datetimeSub == 0;
   std::string s;
   bool isText = true;
   SQLLEN n = 0;
@@ -196,34 +206,50 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
       s = c->table;
       break;
     case SQL_DESC_TYPE_NAME:
-      s = c->sqlType == SQL_VARCHAR ? "VARCHAR"
-                                    : (c->sqlType == SQL_SMALLINT ? "SMALLINT" : "INTEGER");
+    case SQL_DESC_LOCAL_TYPE_NAME:
+      s = t.name;
       break;
     case SQL_DESC_LITERAL_PREFIX:
     case SQL_DESC_LITERAL_SUFFIX:
-      s = c->sqlType == SQL_VARCHAR ? "'" : "";
+      s = t.literal ? t.literal : "";
       break;
     case SQL_DESC_CATALOG_NAME:
     case SQL_DESC_SCHEMA_NAME:
-    case SQL_DESC_LOCAL_TYPE_NAME:
       s = "";
       break;
     default:
       isText = false;
       switch (field) {
         case SQL_DESC_TYPE:
+          n = t.verboseType;
+          break;
         case SQL_DESC_CONCISE_TYPE:
           n = c->sqlType;
           break;
         case SQL_DESC_LENGTH:
-        case SQL_DESC_OCTET_LENGTH:
-        case SQL_DESC_DISPLAY_SIZE:
-        case SQL_DESC_PRECISION:
         case SQL_COLUMN_LENGTH:
+          n = isChar ? c->size : (t.isNumber ? c->size : t.columnSize);
+          break;
+        case SQL_DESC_OCTET_LENGTH:
+          n = isChar ? c->size : t.octetLength;
+          break;
+        case SQL_DESC_PRECISION:
         case SQL_COLUMN_PRECISION:
-          n = c->size;
+          // For a date, the digits of its fractions of a second: cells keep none.
+          n = t.datetimeSub != 0 ? 0 : c->size;
+          break;
+        case SQL_DESC_SCALE:
+        case SQL_COLUMN_SCALE:
+          n = t.decimalDigits;
+          break;
+        case SQL_DESC_DISPLAY_SIZE:
+          n = isChar ? c->size : t.displaySize;
+          break;
+        case SQL_DESC_DATETIME_INTERVAL_CODE:
+          n = t.datetimeSub;
           break;
         case SQL_DESC_NULLABLE:
+        case SQL_COLUMN_NULLABLE:
           n = c->nullable ? SQL_NULLABLE : SQL_NO_NULLS;
           break;
         case SQL_DESC_SEARCHABLE:
@@ -233,20 +259,20 @@ SQLRETURN SQL_API SQLColAttribute(SQLHSTMT handle, SQLUSMALLINT number, SQLUSMAL
           n = SQL_ATTR_READONLY;
           break;
         case SQL_DESC_CASE_SENSITIVE:
-          n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE;
+          n = t.caseSensitive ? SQL_TRUE : SQL_FALSE;
           break;
         case SQL_DESC_UNSIGNED:
-          n = c->sqlType == SQL_VARCHAR ? SQL_TRUE : SQL_FALSE;
+          n = t.isNumber && c->sqlType != SQL_BIT ? SQL_FALSE : SQL_TRUE;
           break;
         case SQL_DESC_UNNAMED:
-          n = SQL_NAMED;
+          n = c->name.empty() ? SQL_UNNAMED : SQL_NAMED;
           break;
         case SQL_DESC_NUM_PREC_RADIX:
-          n = c->sqlType == SQL_VARCHAR ? 0 : 10;
+          n = t.isNumber ? 10 : 0;
           break;
         default:
           n = 0;
-          break;  // scale, auto-unique, fixed precision...: none apply
+          break;  // auto-unique, fixed precision...: none apply
       }
   }
   if (!isText) {
@@ -308,11 +334,12 @@ SQLRETURN SQL_API SQLGetData(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT c
     stmt->dataColumn = number;
     stmt->dataOffset = 0;
   }
+  if (cType == SQL_C_DEFAULT) cType = DefaultCType(stmt, number);
   char buf[ResultSet::kTextBuffer];
   std::string_view text;
   bool present = stmt->result->text(stmt->row, number - 1, buf, &stmt->scratch, &text);
-  if (present && (cType == SQL_C_CHAR || cType == SQL_C_DEFAULT) && stmt->dataOffset == 0 &&
-      buffer && bufferLength > 0 && text.size() < static_cast<std::size_t>(bufferLength)) {
+  if (present && cType == SQL_C_CHAR && stmt->dataOffset == 0 && buffer && bufferLength > 0 &&
+      text.size() < static_cast<std::size_t>(bufferLength)) {
     // The whole value fits, the common case: what ConvertView does, without building its
     // result. The offset marks the value delivered, so another call answers SQL_NO_DATA.
     std::memcpy(buffer, text.data(), text.size());

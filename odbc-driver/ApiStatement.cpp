@@ -1,24 +1,102 @@
 // ODBC entry points: preparing and executing statements, parameters, statement attributes.
 #include <algorithm>
+#include <optional>
 #include <string_view>
 
 #include "odbc-driver/Convert.h"
 #include "odbc-driver/Diagnostics.h"
 #include "odbc-driver/Handles.h"
+#include "odbc-driver/SheetVtab.h"
+#include "odbc-driver/SqlRewrite.h"
 
 using namespace xlsodbc;
 
 namespace {
 
+// The dialect's parser takes every statement it knows, so each keeps its outcome; a SELECT,
+// INSERT, UPDATE or DELETE it rejects goes to the SQL engine instead.
 SQLRETURN Prepare(Stmt* stmt, std::string sql) {
   stmt->CloseCursor();
   stmt->prepared = false;
+  stmt->engine = false;
   stmt->rowCount = -1;
   Error e = ParseSql(sql, &stmt->parsed);
+  if (!e.ok() && e.kind() == ErrorKind::kSyntax) {
+    if (std::optional<std::string> bare = WithoutColumnConstraints(sql)) {
+      if (ParseSql(*bare, &stmt->parsed).ok()) {
+        e = Error();
+        sql = std::move(*bare);
+      }
+    }
+  }
+  if (!e.ok() && e.kind() == ErrorKind::kSyntax) {
+    RewrittenSql rw;
+    Error r = RewriteSql(sql, &rw);
+    if (r.ok() && rw.verb != RewrittenSql::Verb::kOther) {
+      stmt->parsed = Statement();
+      stmt->parsed.parameterCount = rw.parameterCount;
+      stmt->engine = true;
+      stmt->engineQuery = rw.verb == RewrittenSql::Verb::kSelect;
+      e = Error();
+    } else if (!r.ok() && r.kind() == ErrorKind::kNotSupported) {
+      e = r;
+    }
+  }
   if (!e.ok()) return PostError(stmt, e);
   stmt->sql = std::move(sql);
   stmt->prepared = true;
   return SQL_SUCCESS;
+}
+
+bool IsQuery(const Stmt* stmt) {
+  return stmt->engine ? stmt->engineQuery : !stmt->parsed.changesData();
+}
+
+// A parameter bound as a date or timestamp, by its C type or its SQL type. Times stay text.
+bool IsDateParameter(const ParamBinding& b) {
+  switch (b.cType) {
+    case SQL_C_TYPE_DATE:
+    case SQL_C_TYPE_TIMESTAMP:
+    case SQL_C_DATE:
+    case SQL_C_TIMESTAMP:
+      return true;
+    default:
+      break;
+  }
+  switch (b.sqlType) {
+    case SQL_TYPE_DATE:
+    case SQL_TYPE_TIMESTAMP:
+    case SQL_DATE:
+    case SQL_TIMESTAMP:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// The texts of the date parameters of a set: stored as date cells, compared as dates.
+void DateTexts(const Stmt* stmt, const std::vector<Value>& values, std::vector<std::string>* out) {
+  for (std::size_t n = 0; n < values.size(); ++n) {
+    auto it = stmt->params.find(static_cast<SQLUSMALLINT>(n + 1));
+    if (it == stmt->params.end() || !IsDateParameter(it->second)) continue;
+    if (values[n].kind == Value::Kind::kText) out->push_back(values[n].text);
+  }
+}
+
+// A statement of the dialect with a date parameter runs on the engine, which stores dates as
+// date cells and compares them as dates; the dialect's executor has text and numbers only.
+bool RoutesToEngine(const Stmt* stmt) {
+  if (stmt->engine) return true;
+  const auto kind = stmt->parsed.kind;
+  if (kind != Statement::Kind::kSelect && kind != Statement::Kind::kInsert &&
+      kind != Statement::Kind::kUpdate) {
+    return false;
+  }
+  for (int n = 1; n <= stmt->parsed.parameterCount; ++n) {
+    auto it = stmt->params.find(static_cast<SQLUSMALLINT>(n));
+    if (it != stmt->params.end() && IsDateParameter(it->second)) return true;
+  }
+  return false;
 }
 
 // Parameter set i's values into *out. Column-wise, a text parameter's elements are its
@@ -57,15 +135,43 @@ void NameSet(Stmt* stmt, SQLULEN i) {
                                     "Parameter set " + std::to_string(i + 1) + ": ");
 }
 
+// The dialect's executor reports every column as text: describe each as the cells of its
+// table column suggest, the same guess the engine makes, while values stay text.
+void DescribeTypes(Stmt* stmt) {
+  std::shared_ptr<const xls::Workbook> book = stmt->dbc->db->model();
+  const Statement& st = stmt->parsed;
+  const xls::Sheet* s = book ? book->findSheet(st.table.sheet) : nullptr;
+  if (!s) return;
+  TableView v = ResolveTable(*s, st.table, stmt->dbc->db->firstRowHasNames(), book->date1904);
+  std::vector<ColumnType> types = GuessColumnTypes(*s, v);
+  for (std::size_t k = 0; k < stmt->described.size(); ++k) {
+    if (!st.columns.empty() && k >= st.columns.size()) break;
+    int i = st.columns.empty() ? static_cast<int>(k) : FindColumn(v, st.columns[k]);
+    if (i >= 0 && static_cast<std::size_t>(i) < types.size())
+      SetColumnType(types[static_cast<std::size_t>(i)], &stmt->described[k]);
+  }
+}
+
 SQLRETURN RunOnce(Stmt* stmt) {
   std::vector<Value> params;
   SQLRETURN ret = SetValues(stmt, 0, &params);
   if (ret != SQL_SUCCESS) return ret;
   Outcome out;
-  Error e = stmt->dbc->db->Execute(stmt->sql, stmt->parsed, params, &out);
+  Error e;
+  if (RoutesToEngine(stmt)) {
+    std::vector<std::string> dates;
+    DateTexts(stmt, params, &dates);
+    std::vector<long> counts;
+    std::size_t failed = 0;
+    e = stmt->dbc->db->ExecuteEngine(stmt->sql, IsQuery(stmt), {std::move(params)}, dates, &out,
+                                     &counts, &failed);
+  } else {
+    e = stmt->dbc->db->Execute(stmt->sql, stmt->parsed, params, &out);
+  }
   if (!e.ok()) return PostError(stmt, e);
   if (out.changed) stmt->dbc->changedSinceEndTran = true;
   stmt->SetResult(std::move(out.result));
+  if (stmt->result && !stmt->engine && !RoutesToEngine(stmt)) DescribeTypes(stmt);
   stmt->rowCount = stmt->result ? stmt->result->rowCount() : out.rowCount;
   return SQL_SUCCESS;
 }
@@ -83,7 +189,7 @@ SQLRETURN RunArray(Stmt* stmt) {
     for (SQLULEN i = 0; i < n; ++i) stmt->paramStatus[i] = SQL_PARAM_UNUSED;
   }
   if (stmt->paramsProcessed) *stmt->paramsProcessed = 0;
-  if (!stmt->parsed.changesData()) {
+  if (IsQuery(stmt)) {
     return PostError(stmt, State::kNotImplemented,
                      "A SELECT runs with one parameter set: set SQL_ATTR_PARAMSET_SIZE to 1.");
   }
@@ -108,8 +214,14 @@ SQLRETURN RunArray(Stmt* stmt) {
   std::vector<long> counts;
   std::size_t failed = sets.size();
   Error e;
-  if (!sets.empty())
+  if (!sets.empty() && RoutesToEngine(stmt)) {
+    std::vector<std::string> dates;
+    for (const auto& set : sets) DateTexts(stmt, set, &dates);
+    Outcome out;
+    e = stmt->dbc->db->ExecuteEngine(stmt->sql, false, sets, dates, &out, &counts, &failed);
+  } else if (!sets.empty()) {
     e = stmt->dbc->db->ExecuteBatch(stmt->sql, stmt->parsed, sets, &counts, &failed);
+  }
   if (!counts.empty()) stmt->dbc->changedSinceEndTran = true;
   long rows = 0;
   for (std::size_t k = 0; k < counts.size(); ++k) {
@@ -143,8 +255,13 @@ SQLRETURN RunArray(Stmt* stmt) {
 SQLRETURN Run(Stmt* stmt) {
   stmt->CloseCursor();
   stmt->rowCount = -1;
+  if (stmt->dbc->readOnlyAttr && !IsQuery(stmt)) {
+    return PostError(stmt, Error(ErrorKind::kReadOnly,
+                                 "The connection is read-only (SQL_ATTR_ACCESS_MODE): the "
+                                 "workbook cannot be changed."));
+  }
   if (stmt->parsed.parameterCount == 0 ||
-      (stmt->paramsetSize == 1 && (!stmt->paramOperation || !stmt->parsed.changesData()))) {
+      (stmt->paramsetSize == 1 && (!stmt->paramOperation || IsQuery(stmt)))) {
     SQLRETURN ret = RunOnce(stmt);
     if (stmt->paramStatus)
       stmt->paramStatus[0] = ret == SQL_ERROR ? SQL_PARAM_ERROR : SQL_PARAM_SUCCESS;

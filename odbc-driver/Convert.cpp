@@ -57,27 +57,132 @@ ConvertResult PutFloat(const std::string& text, SQLPOINTER buffer, SQLLEN* indic
   double d;
   if (!ParseNumber(text, &d))
     return Fail(State::kInvalidCharacterValue, "'" + text + "' is not a number.");
+  if (std::isfinite(d) && std::fabs(d) > static_cast<double>(std::numeric_limits<T>::max())) {
+    return Fail(State::kNumericOutOfRange,
+                "'" + text + "' is out of range for the requested type.");
+  }
   T v = static_cast<T>(d);
   if (buffer) std::memcpy(buffer, &v, sizeof v);
   if (indicator) *indicator = sizeof v;
   return ConvertResult{};
 }
 
-// "YYYY-MM-DD[ HH:MM:SS]" into its parts.
-bool ParseTimestamp(const std::string& s, SQL_TIMESTAMP_STRUCT* ts) {
-  int y, mo, d, h = 0, mi = 0, se = 0;
-  char tail;
-  int n = std::sscanf(s.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%c", &y, &mo, &d, &h, &mi, &se, &tail);
-  if (n != 3 && n != 6) return false;
-  if (mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || se > 59) return false;
+// A bit takes 0 and 1; a number between 0 and 2 is cut to one of them, with 01S07.
+ConvertResult PutBit(const std::string& text, SQLPOINTER buffer, SQLLEN* indicator) {
+  double d;
+  if (!ParseNumber(text, &d))
+    return Fail(State::kInvalidCharacterValue, "'" + text + "' is not a number.");
+  if (!(d >= 0 && d < 2)) {
+    return Fail(State::kNumericOutOfRange, "'" + text + "' is out of range for a bit.");
+  }
+  SQLCHAR v = d >= 1 ? 1 : 0;
+  if (buffer) std::memcpy(buffer, &v, sizeof v);
+  if (indicator) *indicator = sizeof v;
+  if (d != 0 && d != 1) return Warn(State::kFractionalTruncation);
+  return ConvertResult{};
+}
+
+bool DigitsAt(const std::string& s, std::size_t at, std::size_t n, int* v) {
+  if (at + n > s.size()) return false;
+  *v = 0;
+  for (std::size_t i = at; i < at + n; ++i) {
+    if (s[i] < '0' || s[i] > '9') return false;
+    *v = *v * 10 + (s[i] - '0');
+  }
+  return true;
+}
+
+enum class DateForm { kNone, kDate, kTime, kTimestamp };
+
+// "YYYY-MM-DD[ HH:MM:SS[.fffffffff]]" or "HH:MM:SS[.f...]" (the texts date cells and times
+// read as) into *ts, fraction in nanoseconds; *valid false when the form holds but the day
+// does not exist (2023-02-29).
+DateForm ParseDateTime(const std::string& text, SQL_TIMESTAMP_STRUCT* ts, bool* valid) {
+  std::size_t a = 0, b = text.size();
+  while (a < b && text[a] == ' ') ++a;
+  while (b > a && text[b - 1] == ' ') --b;
+  const std::string s = text.substr(a, b - a);
+  int y = 0, mo = 1, d = 1, h = 0, mi = 0, se = 0;
+  std::size_t at = 0;
+  DateForm form;
+  if (s.size() >= 10 && s[4] == '-' && s[7] == '-' && DigitsAt(s, 0, 4, &y) &&
+      DigitsAt(s, 5, 2, &mo) && DigitsAt(s, 8, 2, &d)) {
+    at = 10;
+    form = DateForm::kDate;
+    if (at < s.size()) {
+      if (s[at] != ' ' && s[at] != 'T') return DateForm::kNone;
+      ++at;
+      form = DateForm::kTimestamp;
+    }
+  } else {
+    form = DateForm::kTime;
+  }
+  SQLUINTEGER fraction = 0;
+  if (form != DateForm::kDate) {
+    if (!(s.size() >= at + 8 && s[at + 2] == ':' && s[at + 5] == ':' && DigitsAt(s, at, 2, &h) &&
+          DigitsAt(s, at + 3, 2, &mi) && DigitsAt(s, at + 6, 2, &se))) {
+      return DateForm::kNone;
+    }
+    at += 8;
+    if (at < s.size()) {
+      if (s[at] != '.' || at + 1 == s.size()) return DateForm::kNone;
+      SQLUINTEGER scale = 100000000;
+      for (++at; at < s.size(); ++at) {
+        if (s[at] < '0' || s[at] > '9') return DateForm::kNone;
+        fraction += static_cast<SQLUINTEGER>(s[at] - '0') * scale;
+        scale /= 10;
+      }
+    }
+  }
+  // A field past its range is no date at all; a day the month lacks is a date that does not
+  // exist.
+  if (mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || se > 59) return DateForm::kNone;
+  static const int kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  const bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+  *valid = d <= kDays[mo - 1] && (mo != 2 || d < 29 || leap);
   *ts = SQL_TIMESTAMP_STRUCT{static_cast<SQLSMALLINT>(y),
                              static_cast<SQLUSMALLINT>(mo),
                              static_cast<SQLUSMALLINT>(d),
                              static_cast<SQLUSMALLINT>(h),
                              static_cast<SQLUSMALLINT>(mi),
                              static_cast<SQLUSMALLINT>(se),
-                             0};
-  return true;
+                             fraction};
+  return form;
+}
+
+template <typename T>
+void PutStruct(const T& v, SQLPOINTER buffer, SQLLEN* indicator) {
+  if (buffer) std::memcpy(buffer, &v, sizeof v);
+  if (indicator) *indicator = sizeof v;
+}
+
+// A date, time or timestamp C type from a value's text. A date drops a time of day, and a
+// time drops fractions of a second, with 01S07; text in no date form (or with a month 13) is
+// 22018, a day the month lacks 22007.
+ConvertResult PutDateTime(const std::string& text, SQLSMALLINT cType, SQLPOINTER buffer,
+                          SQLLEN* indicator) {
+  SQL_TIMESTAMP_STRUCT ts{};
+  bool valid = false;
+  const DateForm form = ParseDateTime(text, &ts, &valid);
+  const bool wantTime = cType == SQL_C_TYPE_TIME || cType == SQL_C_TIME;
+  if (form == DateForm::kNone || (form == DateForm::kTime && !wantTime)) {
+    return Fail(State::kInvalidCharacterValue, "'" + text + "' is not a date.");
+  }
+  if (!valid) return Fail(State::kInvalidDatetimeFormat, "'" + text + "' is no valid date.");
+  if (wantTime) {
+    if (form == DateForm::kDate) {
+      return Fail(State::kInvalidCharacterValue, "'" + text + "' has no time of day.");
+    }
+    PutStruct(SQL_TIME_STRUCT{ts.hour, ts.minute, ts.second}, buffer, indicator);
+    return ts.fraction ? Warn(State::kFractionalTruncation) : ConvertResult{};
+  }
+  if (cType == SQL_C_TYPE_DATE || cType == SQL_C_DATE) {
+    PutStruct(SQL_DATE_STRUCT{ts.year, ts.month, ts.day}, buffer, indicator);
+    const bool timeOfDay = ts.hour || ts.minute || ts.second || ts.fraction;
+    return timeOfDay ? Warn(State::kFractionalTruncation) : ConvertResult{};
+  }
+  PutStruct(ts, buffer, indicator);
+  return ConvertResult{};
 }
 
 // Delivers bytes[*offset...] into buffer, leaving room for a terminator of term bytes.
@@ -105,6 +210,52 @@ ConvertResult PutPieces(const char* bytes, std::size_t size, std::size_t term, S
 }
 
 }  // namespace
+
+const std::vector<SqlTypeInfo>& SqlTypes() {
+  // Numbers are doubles in cells: fifteen significant digits whatever the declared type.
+  static const std::vector<SqlTypeInfo> kTypes = {
+      {"BIT", SQL_BIT, 1, nullptr, nullptr, false, true, 0, SQL_BIT, 0, 1, 1, SQL_C_BIT},
+      {"TINYINT", SQL_TINYINT, 3, nullptr, nullptr, false, true, 0, SQL_TINYINT, 0, 1, 4,
+       SQL_C_STINYINT},
+      {"BIGINT", SQL_BIGINT, 19, nullptr, nullptr, false, true, 0, SQL_BIGINT, 0, 8, 20,
+       SQL_C_SBIGINT},
+      {"LONGVARCHAR", SQL_LONGVARCHAR, 32767, "'", nullptr, true, false, 0, SQL_LONGVARCHAR, 0,
+       32767, 32767, SQL_C_CHAR},
+      {"CHAR", SQL_CHAR, 255, "'", "length", true, false, 0, SQL_CHAR, 0, 255, 255, SQL_C_CHAR},
+      {"NUMERIC", SQL_NUMERIC, 15, nullptr, "precision,scale", false, true, 0, SQL_NUMERIC, 0, 17,
+       17, SQL_C_CHAR},
+      {"DECIMAL", SQL_DECIMAL, 15, nullptr, "precision,scale", false, true, 0, SQL_DECIMAL, 0, 17,
+       17, SQL_C_CHAR},
+      {"INTEGER", SQL_INTEGER, 10, nullptr, nullptr, false, true, 0, SQL_INTEGER, 0, 4, 11,
+       SQL_C_SLONG},
+      {"SMALLINT", SQL_SMALLINT, 5, nullptr, nullptr, false, true, 0, SQL_SMALLINT, 0, 2, 6,
+       SQL_C_SSHORT},
+      {"FLOAT", SQL_FLOAT, 15, nullptr, nullptr, false, true, 0, SQL_FLOAT, 0, 8, 24, SQL_C_DOUBLE},
+      {"REAL", SQL_REAL, 7, nullptr, nullptr, false, true, 0, SQL_REAL, 0, 4, 14, SQL_C_FLOAT},
+      {"DOUBLE", SQL_DOUBLE, 15, nullptr, nullptr, false, true, 0, SQL_DOUBLE, 0, 8, 24,
+       SQL_C_DOUBLE},
+      {"VARCHAR", SQL_VARCHAR, 255, "'", "length", true, false, 0, SQL_VARCHAR, 0, 255, 255,
+       SQL_C_CHAR},
+      {"DATE", SQL_TYPE_DATE, 10, "'", nullptr, false, false, 0, SQL_DATETIME, SQL_CODE_DATE, 6, 10,
+       SQL_C_TYPE_DATE},
+      {"TIME", SQL_TYPE_TIME, 8, "'", nullptr, false, false, 0, SQL_DATETIME, SQL_CODE_TIME, 6, 8,
+       SQL_C_TYPE_TIME},
+      {"TIMESTAMP", SQL_TYPE_TIMESTAMP, 19, "'", nullptr, false, false, 0, SQL_DATETIME,
+       SQL_CODE_TIMESTAMP, 16, 19, SQL_C_TYPE_TIMESTAMP},
+  };
+  return kTypes;
+}
+
+const SqlTypeInfo& SqlTypeOf(SQLSMALLINT type) {
+  const auto& types = SqlTypes();
+  for (const SqlTypeInfo& t : types) {
+    if (t.type == type) return t;
+  }
+  for (const SqlTypeInfo& t : types) {
+    if (t.type == SQL_VARCHAR) return t;
+  }
+  return types.front();
+}
 
 std::u16string Utf8ToUtf16(std::string_view s) {
   std::u16string out;
@@ -228,8 +379,9 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
     case SQL_C_STINYINT:
       return PutInteger<SQLSCHAR>(whole, buffer, indicator);
     case SQL_C_UTINYINT:
-    case SQL_C_BIT:
       return PutInteger<SQLCHAR>(whole, buffer, indicator);
+    case SQL_C_BIT:
+      return PutBit(whole, buffer, indicator);
     case SQL_C_SBIGINT:
       return PutInteger<SQLBIGINT>(whole, buffer, indicator);
     case SQL_C_UBIGINT:
@@ -241,20 +393,10 @@ ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPO
     case SQL_C_TYPE_TIMESTAMP:
     case SQL_C_TIMESTAMP:
     case SQL_C_TYPE_DATE:
-    case SQL_C_DATE: {
-      SQL_TIMESTAMP_STRUCT ts;
-      if (!ParseTimestamp(whole, &ts))
-        return Fail(State::kInvalidCharacterValue, "'" + whole + "' is not a date.");
-      if (cType == SQL_C_TYPE_DATE || cType == SQL_C_DATE) {
-        SQL_DATE_STRUCT d{ts.year, ts.month, ts.day};
-        if (buffer) std::memcpy(buffer, &d, sizeof d);
-        if (indicator) *indicator = sizeof d;
-      } else {
-        if (buffer) std::memcpy(buffer, &ts, sizeof ts);
-        if (indicator) *indicator = sizeof ts;
-      }
-      return ConvertResult{};
-    }
+    case SQL_C_DATE:
+    case SQL_C_TYPE_TIME:
+    case SQL_C_TIME:
+      return PutDateTime(whole, cType, buffer, indicator);
     default:
       return Fail(State::kInvalidCType, "C type " + std::to_string(cType) + " is not supported.");
   }

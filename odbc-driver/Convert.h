@@ -7,6 +7,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "odbc-driver/Error.h"
 #include "odbc-driver/Sql.h"
@@ -27,6 +28,30 @@ ConvertResult ConvertText(const std::string* text, SQLSMALLINT cType, SQLPOINTER
 // The same over text held elsewhere (a cell, a number formatted on the stack).
 ConvertResult ConvertView(const std::string_view* text, SQLSMALLINT cType, SQLPOINTER buffer,
                           SQLLEN bufferLength, SQLLEN* indicator, std::size_t* offset);
+
+// An SQL type the driver reports for a column or takes in CREATE TABLE, with what
+// SQLGetTypeInfo, SQLColumns and SQLColAttribute say of it. A column of any type reads as
+// text through SQL_C_CHAR; the types only tell an application what the values are.
+struct SqlTypeInfo {
+  const char* name;
+  SQLSMALLINT type;     // concise type (SQL_TYPE_TIMESTAMP, not SQL_DATETIME)
+  long columnSize;      // characters, digits, or a date's text length
+  const char* literal;  // prefix and suffix of a literal; nullptr for numbers
+  const char* createParams;
+  bool caseSensitive;
+  bool isNumber;
+  SQLSMALLINT decimalDigits;  // the scale a column of it reports
+  SQLSMALLINT verboseType;    // SQL_DATETIME for dates, else type
+  SQLSMALLINT datetimeSub;    // SQL_CODE_DATE/TIME/TIMESTAMP, else 0
+  long octetLength;           // bytes of its default C type
+  long displaySize;
+  SQLSMALLINT defaultCType;  // what SQL_C_DEFAULT delivers
+};
+
+// Every type, in the order SQLGetTypeInfo lists them (by type number).
+const std::vector<SqlTypeInfo>& SqlTypes();
+// The entry for a type; VARCHAR's for one the driver does not have.
+const SqlTypeInfo& SqlTypeOf(SQLSMALLINT type);
 
 // UTF-8 to UTF-16 code units (SQLWCHAR is 16 bits with unixODBC) and back; malformed bytes
 // become U+FFFD.

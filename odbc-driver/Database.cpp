@@ -9,6 +9,7 @@
 
 #include "fileio/SysCalls.h"
 #include "odbc-driver/Journal.h"
+#include "odbc-driver/SqlEngine.h"
 #include "xls/Xls.h"
 
 namespace xlsodbc {
@@ -401,6 +402,69 @@ Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
       return e;
     }
   }
+  Unlock();
+  return failed;
+}
+
+Error Database::ExecuteEngine(const std::string& sql, bool query,
+                             const std::vector<std::vector<Value>>& sets,
+                             const std::vector<std::string>& dateTexts, Outcome* out,
+                             std::vector<long>* rowCounts, std::size_t* failedSet) {
+  rowCounts->clear();
+  *failedSet = 0;
+  *out = Outcome();
+  const bool write = !query;
+  if (write && options_.readOnly) {
+    return Error(ErrorKind::kReadOnly,
+                 "The connection is read-only (READONLY=1): the workbook cannot be changed.");
+  }
+  if (!engine_) engine_ = std::make_unique<SqlEngine>();
+  Error e = write ? CheckWritable(options_.path) : Error();
+  if (e.ok()) e = Lock(write, write);
+  if (e.ok()) e = Refresh();
+  if (!e.ok()) {
+    Unlock();
+    return e;
+  }
+  ExecOptions o;
+  o.firstRowHasNames = options_.firstRowHasNames;
+  engine_->SetDateTexts(&dateTexts);
+  bool changed = false;
+  Error failed;
+  *failedSet = sets.size();
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    Outcome one;
+    o.parameters = &sets[i];
+    failed = engine_->Execute(sql, o, &model_, &one);
+    if (!failed.ok()) {
+      *failedSet = i;
+      break;
+    }
+    rowCounts->push_back(one.rowCount);
+    changed = changed || one.changed;
+    if (query) *out = std::move(one);
+  }
+  engine_->SetDateTexts(nullptr);
+  if (changed) {
+    // One fold writes the model with the journal's pending statements already replayed into
+    // it, and restarts the journal against the new bytes, so those are never applied twice.
+    const FileId before = loaded_;
+    e = Fold();
+    // Once the new workbook is in place the change is saved, even when the journal could not
+    // be restarted after it: a journal left behind names the old bytes and is ignored.
+    if (!e.ok() && loaded_ != before) e = Error();
+    if (!e.ok()) {
+      loaded_ = Unknown();  // the model holds changes the file does not
+      rowCounts->clear();
+      *failedSet = sets.size();
+      Unlock();
+      return e;
+    }
+    out->changed = true;
+  }
+  long rows = 0;
+  for (long n : *rowCounts) rows += n;
+  if (!query) out->rowCount = rows;
   Unlock();
   return failed;
 }

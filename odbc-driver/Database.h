@@ -21,6 +21,8 @@
 
 namespace xlsodbc {
 
+class SqlEngine;
+
 struct DatabaseOptions {
   std::string path;
   bool create = false;  // CREATE_DB: a missing file is made by the first change
@@ -90,6 +92,24 @@ class Database {
   Error ExecuteBatch(const std::string& sql, const Statement& st,
                      const std::vector<std::vector<Value>>& sets, std::vector<long>* rowCounts,
                      std::size_t* failedSet);
+
+  // Statements in full SQL (SqlEngine.h): runs sql once per parameter set in sets (one set,
+  // empty, when it has no markers), under a shared lock for a query and an exclusive one
+  // otherwise. A query runs with exactly one set and leaves its rows in out->result. A
+  // change is made durable by folding the whole model into the workbook once at the end,
+  // not by a journal record: its effects (NOW(), row order) need not repeat when replayed.
+  // Sets stop at the first that fails, as in ExecuteBatch; *rowCounts and *failedSet the
+  // same. Text equal to a value in dateTexts is stored as a date cell (date parameters).
+  Error ExecuteEngine(const std::string& sql, bool query,
+                      const std::vector<std::vector<Value>>& sets,
+                      const std::vector<std::string>& dateTexts, Outcome* out,
+                      std::vector<long>* rowCounts, std::size_t* failedSet);
+
+  // The model the last statement or snapshot read; results made from it share it.
+  std::shared_ptr<const xls::Workbook> model() const { return model_; }
+
+ private:
+  std::unique_ptr<SqlEngine> engine_;  // made by the first engine statement
 };
 
 }  // namespace xlsodbc

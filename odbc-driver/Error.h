@@ -52,6 +52,7 @@ enum class State : unsigned char {
   kNullWithoutIndicator,    // 22002
   kNumericOutOfRange,       // 22003
   kInvalidCharacterValue,   // 22018
+  kInvalidDatetimeFormat,   // 22007
   kInvalidCursorState,      // 24000
   kInvalidAuthorization,    // 28000: an encrypted workbook, and no password that opens it
   kSyntaxError,             // 42000
@@ -96,6 +97,7 @@ inline constexpr StateInfo kStates[] = {
     {"22002", "NULL value but no indicator variable given."},
     {"22003", nullptr},
     {"22018", nullptr},
+    {"22007", nullptr},
     {"24000", nullptr},
     {"28000", nullptr},
     {"42000", nullptr},

@@ -7,7 +7,9 @@ namespace xlsodbc {
 namespace {
 
 bool CopyOutImpl(const std::string& text, char* buffer, SQLLEN bufferLength) {
-  if (!buffer || bufferLength <= 0) return !text.empty();
+  // No buffer asks for the length only: nothing is cut, so no 01004.
+  if (!buffer) return false;
+  if (bufferLength <= 0) return !text.empty();
   std::size_t room = static_cast<std::size_t>(bufferLength) - 1;
   std::size_t n = std::min(room, text.size());
   std::memcpy(buffer, text.data(), n);

@@ -87,8 +87,15 @@ struct Stmt : Handle {
   std::string sql;
   bool prepared = false;
   Statement parsed;
+  // The dialect's parser rejected sql and the SQL engine runs it (SqlEngine.h); then parsed
+  // holds only the count of ? markers, and engineQuery whether it is a SELECT.
+  bool engine = false;
+  bool engineQuery = false;
 
   std::unique_ptr<ResultSet> result;
+  // What SQLDescribeCol and SQLColAttribute report: result's columns, with the types the
+  // cells suggest where the result itself reports every column as text.
+  std::vector<ColumnInfo> described;
   // result's shape, kept here for SQLGetData, which runs once a cell and would otherwise
   // ask the result through two virtual calls each time. Set only through SetResult.
   long resultRows = 0;
@@ -127,6 +134,11 @@ struct Stmt : Handle {
   // REQUIRES: r complete (no rows added later).
   void SetResult(std::unique_ptr<ResultSet> r) {
     result = std::move(r);
+    if (result) {
+      described = result->columns();
+    } else {
+      described.clear();
+    }
     resultRows = result ? result->rowCount() : 0;
     resultColumns = result ? static_cast<int>(result->columns().size()) : 0;
   }

@@ -143,6 +143,45 @@ bool ColumnInfoForDeclared(const char* decl, ColumnInfo* info) {
   return false;
 }
 
+std::vector<ColumnType> GuessColumnTypes(const xls::Sheet& s, const TableView& v) {
+  const int width = std::max(0, v.right - v.left + 1);
+  std::vector<unsigned> seen(static_cast<std::size_t>(width), 0);
+  std::vector<std::size_t> longest(static_cast<std::size_t>(width), 0);
+  const auto& rows = s.rows();
+  const int lastRow = std::min(v.lastData, static_cast<int>(rows.size()) - 1);
+  for (int r = std::max(0, v.firstData); r <= lastRow; ++r) {
+    const auto& row = rows[static_cast<std::size_t>(r)];
+    const int end = std::min(v.right + 1, static_cast<int>(row.size()));
+    for (int c = v.left; c < end; ++c) {
+      const Cell& cell = row[static_cast<std::size_t>(c)];
+      const auto i = static_cast<std::size_t>(c - v.left);
+      seen[i] |= 1u << static_cast<unsigned>(cell.type);
+      if (cell.type == CellType::kText && cell.text.size() > 255) {
+        longest[i] = std::max(longest[i], Utf8Chars(cell.text));
+      }
+    }
+  }
+  const unsigned kind = ~(1u << static_cast<unsigned>(CellType::kEmpty));
+  std::vector<ColumnType> types;
+  for (int i = 0; i < width; ++i) {
+    const unsigned k = seen[static_cast<std::size_t>(i)] & kind;
+    ColumnType type = ColumnType::kVarchar;
+    if (k == 1u << static_cast<unsigned>(CellType::kNumber)) type = ColumnType::kDouble;
+    if (k == 1u << static_cast<unsigned>(CellType::kDateTime)) type = ColumnType::kTimestamp;
+    if (k == 1u << static_cast<unsigned>(CellType::kBoolean)) type = ColumnType::kBit;
+    if (type == ColumnType::kVarchar && longest[static_cast<std::size_t>(i)] > 255) {
+      type = ColumnType::kLongVarchar;
+    }
+    types.push_back(type);
+  }
+  return types;
+}
+
+void SetColumnType(ColumnType t, ColumnInfo* info) {
+  const bool known = ColumnInfoForDeclared(DeclaredType(t), info);
+  (void)known;  // every ColumnType has a declared name in the table
+}
+
 namespace {
 
 // Writes a cell that needs no check (one moved within its sheet), logging the old one.
@@ -271,34 +310,9 @@ struct ModuleCallbacks {
 
   // Names unique ignoring case (SQLite's rule): a repeated header takes its F-name.
   static void GuessTypes(const xls::Sheet& s, Table* t) {
+    t->types = GuessColumnTypes(s, t->view);
     const int width = t->view.right - t->view.left + 1;
-    std::vector<unsigned> seen(static_cast<std::size_t>(width), 0);
-    std::vector<std::size_t> longest(static_cast<std::size_t>(width), 0);
-    const auto& rows = s.rows();
-    const int lastRow = std::min(t->view.lastData, static_cast<int>(rows.size()) - 1);
-    for (int r = t->view.firstData; r <= lastRow; ++r) {
-      const auto& row = rows[static_cast<std::size_t>(r)];
-      const int end = std::min(t->view.right + 1, static_cast<int>(row.size()));
-      for (int c = t->view.left; c < end; ++c) {
-        const Cell& cell = row[static_cast<std::size_t>(c)];
-        const auto i = static_cast<std::size_t>(c - t->view.left);
-        seen[i] |= 1u << static_cast<unsigned>(cell.type);
-        if (cell.type == CellType::kText && cell.text.size() > 255) {
-          longest[i] = std::max(longest[i], Utf8Chars(cell.text));
-        }
-      }
-    }
-    const unsigned kind = ~(1u << static_cast<unsigned>(CellType::kEmpty));
     for (int i = 0; i < width; ++i) {
-      const unsigned k = seen[static_cast<std::size_t>(i)] & kind;
-      ColumnType type = ColumnType::kVarchar;
-      if (k == 1u << static_cast<unsigned>(CellType::kNumber)) type = ColumnType::kDouble;
-      if (k == 1u << static_cast<unsigned>(CellType::kDateTime)) type = ColumnType::kTimestamp;
-      if (k == 1u << static_cast<unsigned>(CellType::kBoolean)) type = ColumnType::kBit;
-      if (type == ColumnType::kVarchar && longest[static_cast<std::size_t>(i)] > 255) {
-        type = ColumnType::kLongVarchar;
-      }
-      t->types.push_back(type);
       std::string name = t->view.names[static_cast<std::size_t>(i)];
       auto taken = [&](const std::string& n) {
         for (const auto& c : t->columns) {
@@ -511,7 +525,11 @@ struct ModuleCallbacks {
         std::string_view text(reinterpret_cast<const char*>(sqlite3_value_text(v)),
                               static_cast<std::size_t>(sqlite3_value_bytes(v)));
         double serial;
-        if (type == ColumnType::kTimestamp && DateTextToSerial(text, book.date1904, &serial)) {
+        const auto* dates = m->dateTexts_;
+        const bool dateParameter =
+            dates && std::find(dates->begin(), dates->end(), text) != dates->end();
+        if ((type == ColumnType::kTimestamp || dateParameter) &&
+            DateTextToSerial(text, book.date1904, &serial)) {
           std::uint16_t s = style;
           if (old.type != CellType::kDateTime) {
             xls::Style date = book.styles()[style];

@@ -30,6 +30,7 @@
 #include "odbc-driver/Error.h"
 #include "odbc-driver/ResultSet.h"
 #include "odbc-driver/Sql.h"
+#include "odbc-driver/TableRegion.h"
 #include "xls/Workbook.h"
 
 namespace xlsodbc {
@@ -41,6 +42,13 @@ const char* DeclaredType(ColumnType t);
 // The ODBC metadata for a column SQLite reports with one of those declared types; false when
 // decl is none of them (an expression's column).
 [[nodiscard]] bool ColumnInfoForDeclared(const char* decl, ColumnInfo* info);
+
+// Each column's type in v, guessed from its records' cells: one kind of cell throughout
+// (blanks aside) gives that kind's type; text, a mix or nothing gives VARCHAR, or
+// LONGVARCHAR when a text is longer than 255 characters. One entry per column of v.
+std::vector<ColumnType> GuessColumnTypes(const xls::Sheet& s, const TableView& v);
+// info's sqlType and size for a column of type t.
+void SetColumnType(ColumnType t, ColumnInfo* info);
 
 // Text cells hold at most this many characters (Excel's limit).
 constexpr std::size_t kMaxCellChars = 32767;
@@ -75,6 +83,9 @@ class SheetModule {
   // Whether text cells may be handed to SQLite without a copy (nothing writes meanwhile).
   void SetReadOnly(bool readOnly) { readOnly_ = readOnly; }
 
+  // Text equal to one of *texts becomes a date cell in any column (SqlEngine::SetDateTexts).
+  void SetDateTexts(const std::vector<std::string>* texts) { dateTexts_ = texts; }
+
   // Applies the DELETEs of the statement that ran. REQUIRES: it ran to the end.
   Error Finish();
   // Puts back every cell the statement wrote.
@@ -107,6 +118,7 @@ class SheetModule {
   std::vector<CellUndo> undo_;
   bool changed_ = false;
   Error error_;
+  const std::vector<std::string>* dateTexts_ = nullptr;
 };
 
 }  // namespace xlsodbc

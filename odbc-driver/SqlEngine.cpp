@@ -129,6 +129,8 @@ SqlEngine::SqlEngine(EngineLimits limits)
   db_ = db;
 }
 
+void SqlEngine::SetDateTexts(const std::vector<std::string>* texts) { callerDates_ = texts; }
+
 SqlEngine::~SqlEngine() {
   if (db_) {
     DropTables();
@@ -172,7 +174,7 @@ Error SqlEngine::SqliteError(int rc, const RewrittenSql* rw) const {
   std::string where;
   if (rw) {
     std::size_t out = at >= 0 ? static_cast<std::size_t>(at) : rw->sql.size();
-    where = " at character " + std::to_string(rw->InputOffset(out) + 1);
+    where = " at position " + std::to_string(rw->InputOffset(out) + 1);
   }
   return Error(ErrorKind::kSyntax, "Syntax error" + where + ": " + msg + ".");
 }
@@ -187,7 +189,7 @@ Error SqlEngine::Prepare(RewrittenSql* rw, sqlite3_stmt** stmt) {
       if (!*stmt) return Error(ErrorKind::kSyntax, "The statement is empty.");
       if (!OnlyBlankAfter(tail, rw->sql.data() + rw->sql.size())) {
         return Error(ErrorKind::kSyntax,
-                     "Syntax error at character " +
+                     "Syntax error at position " +
                          std::to_string(
                              rw->InputOffset(static_cast<std::size_t>(tail - rw->sql.data())) + 1) +
                          ": one statement at a time.");
@@ -385,6 +387,9 @@ Error SqlEngine::Execute(std::string_view sql, const ExecOptions& options,
   Error e = RewriteSql(sql, &rw);
   if (!e.ok()) return e;
   module_->Bind(book, options.firstRowHasNames);
+  dates_ = std::move(rw.dateLiterals);
+  if (callerDates_) dates_.insert(dates_.end(), callerDates_->begin(), callerDates_->end());
+  module_->SetDateTexts(&dates_);
   steps_ = 0;
   sqlite3_stmt* stmt = nullptr;
   e = Prepare(&rw, &stmt);

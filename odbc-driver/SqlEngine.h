@@ -109,6 +109,12 @@ class SqlEngine {
   Error Execute(std::string_view sql, const ExecOptions& options,
                 std::shared_ptr<xls::Workbook>* book, Outcome* out);
 
+  // Text written to a cell that equals one of *texts (the text of a date parameter), or the
+  // text of a {d}/{ts} escape in the statement, is stored as a date cell with a date format,
+  // whatever the column's type; nullptr: none.
+  // REQUIRES: *texts outlives the statements run until it is reset.
+  void SetDateTexts(const std::vector<std::string>* texts);
+
   // False when SQLite could not be set up (out of memory); Execute then fails.
   bool ready() const { return db_ != nullptr; }
 
@@ -124,6 +130,8 @@ class SqlEngine {
   std::vector<std::string> tables_;  // virtual tables made for the statement
   bool internal_ = false;            // the engine's own statements: past the authorizer
   std::uint64_t steps_ = 0;
+  const std::vector<std::string>* callerDates_ = nullptr;
+  std::vector<std::string> dates_;  // the statement's: callerDates_ and its date escapes
   friend struct EngineHooks;
 };
 

@@ -1,7 +1,9 @@
 #include "odbc-driver/SqlRewrite.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <optional>
 
 #include "odbc-driver/Sql.h"
 
@@ -180,7 +182,7 @@ class Rewriter {
   }
   Error Fail(std::size_t at, const std::string& what) const {
     return Error(ErrorKind::kSyntax,
-                 "Syntax error at character " + std::to_string(at + 1) + ": " + what + ".");
+                 "Syntax error at position " + std::to_string(at + 1) + ": " + what + ".");
   }
   void FlushLimits(int depth) {
     while (!limits_.empty() && limits_.back().first == depth) {
@@ -332,6 +334,7 @@ class Rewriter {
       }
       Anchor(open.begin);
       out_->sql += SingleQuoted(normal);
+      if (!time) out_->dateLiterals.push_back(normal);
       i_ = close + 1;
       return Error();
     }
@@ -500,6 +503,76 @@ Error RewriteSql(std::string_view in, RewrittenSql* out) {
   Error e = r.Run();
   if (!e.ok()) return e;
   return Error();
+}
+
+namespace {
+
+// Whether a CREATE TABLE's words from at on are a column constraint the dialect's parser
+// does not take, and how many bytes it spans.
+std::size_t ConstraintAt(std::string_view sql, std::size_t at) {
+  auto word = [&](std::size_t from, std::string_view w) -> std::size_t {
+    while (from < sql.size() && std::isspace(static_cast<unsigned char>(sql[from]))) ++from;
+    if (sql.size() - from < w.size()) return 0;
+    for (std::size_t i = 0; i < w.size(); ++i) {
+      if (std::toupper(static_cast<unsigned char>(sql[from + i])) != w[i]) return 0;
+    }
+    std::size_t end = from + w.size();
+    if (end < sql.size() && (std::isalnum(static_cast<unsigned char>(sql[end])) || sql[end] == '_'))
+      return 0;
+    return end;
+  };
+  if (std::size_t n = word(at, "NOT")) {
+    if (std::size_t m = word(n, "NULL")) return m - at;
+    return 0;
+  }
+  if (std::size_t n = word(at, "PRIMARY")) {
+    if (std::size_t m = word(n, "KEY")) return m - at;
+    return 0;
+  }
+  if (std::size_t n = word(at, "NULL")) return n - at;
+  if (std::size_t n = word(at, "UNIQUE")) return n - at;
+  return 0;
+}
+
+}  // namespace
+
+std::optional<std::string> WithoutColumnConstraints(std::string_view sql) {
+  std::size_t i = 0;
+  while (i < sql.size() && std::isspace(static_cast<unsigned char>(sql[i]))) ++i;
+  static constexpr std::string_view kCreate = "CREATE";
+  if (sql.size() - i < kCreate.size()) return std::nullopt;
+  for (std::size_t k = 0; k < kCreate.size(); ++k) {
+    if (std::toupper(static_cast<unsigned char>(sql[i + k])) != kCreate[k]) return std::nullopt;
+  }
+  std::string out;
+  bool stripped = false;
+  int depth = 0;
+  while (i < sql.size()) {
+    char c = sql[i];
+    char close = c == '[' ? ']' : (c == '`' || c == '\'' || c == '"') ? c : 0;
+    if (close) {
+      std::size_t end = sql.find(close, i + 1);
+      end = end == std::string_view::npos ? sql.size() : end + 1;
+      out.append(sql.substr(i, end - i));
+      i = end;
+      continue;
+    }
+    if (c == '(') ++depth;
+    if (c == ')') --depth;
+    const bool wordStart =
+        !out.empty() && !std::isalnum(static_cast<unsigned char>(out.back())) && out.back() != '_';
+    if (depth > 0 && wordStart) {
+      if (std::size_t n = ConstraintAt(sql, i)) {
+        i += n;
+        stripped = true;
+        continue;
+      }
+    }
+    out.push_back(c);
+    ++i;
+  }
+  if (!stripped) return std::nullopt;
+  return out;
 }
 
 }  // namespace xlsodbc

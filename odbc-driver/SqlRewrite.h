@@ -14,10 +14,14 @@
 // It also reports what the engine needs before preparing: the statement's verb, the table an
 // INSERT, UPDATE or DELETE writes, and where an INSERT without a column list could take one.
 //
+// WithoutColumnConstraints serves the dialect's parser instead: the driver ignores NOT NULL
+// and PRIMARY KEY in a CREATE TABLE, which stays with the dialect.
+//
 // Iterative over a token list: input nesting costs heap, never stack.
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -35,6 +39,8 @@ struct RewrittenSql {
   int parameterCount = 0;  // ? markers, for SQLNumParams before the statement runs
   // INSERT with no column list: the offset in sql just after the table name, else npos.
   std::size_t columnListAt = std::string::npos;
+  // The texts {d '...'} and {ts '...'} became: such a value written to a cell is a date.
+  std::vector<std::string> dateLiterals;
   // (offset in sql, offset in the input) at each place the two part ways, ascending.
   std::vector<std::pair<std::size_t, std::size_t>> anchors;
 
@@ -50,5 +56,11 @@ Error RewriteSql(std::string_view in, RewrittenSql* out);
 // the text a date cell reads as (fractions of a second dropped when zero). False when the
 // text is no valid date or time.
 [[nodiscard]] bool NormalizeDateText(std::string_view text, bool allowTime, std::string* out);
+
+// CREATE TABLE with column constraints (NOT NULL, NULL, PRIMARY KEY, UNIQUE), which the
+// dialect's parser does not take and the driver ignores, as the Windows driver does: the
+// statement without them, or nothing when it is no CREATE or has none. Names in [], ``
+// or quotes are left alone.
+std::optional<std::string> WithoutColumnConstraints(std::string_view sql);
 
 }  // namespace xlsodbc

@@ -520,7 +520,7 @@ TEST_F(SqlEngineTest, BadInputGetsAClearError) {
     EXPECT_EQ(e.kind(), b.kind) << b.sql << ": " << e.message();
     EXPECT_FALSE(e.message().empty());
   }
-  EXPECT_NE(Run("SELECT * FROM [Staff$] WHERE Name = ").message().find("character 37"),
+  EXPECT_NE(Run("SELECT * FROM [Staff$] WHERE Name = ").message().find("position 37"),
             std::string::npos);
   // A query that never ends stops at the work limit.
   EngineLimits small;

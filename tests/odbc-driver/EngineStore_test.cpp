@@ -1,0 +1,128 @@
+// Database::ExecuteEngine over real files: an engine change is folded into the workbook at
+// once, with the journal's pending statements, which are then never applied twice; a failed
+// write leaves the old file or the new one, and memory what the file holds.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "fileio/SysCalls.h"
+#include "odbc-driver/Database.h"
+#include "tests/support/FailNth.h"
+#include "xls/Xls.h"
+
+namespace xlsodbc {
+namespace {
+
+using testing_support::FailNth;
+
+class EngineStoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/xlsodbc-engine-XXXXXX";
+    dir_ = mkdtemp(pattern);
+    path_ = dir_ + "/book.xls";
+  }
+  void TearDown() override {
+    fileio::ResetSysCalls();
+    std::filesystem::remove_all(dir_);
+  }
+  Error Open(std::unique_ptr<Database>* db) {
+    DatabaseOptions o;
+    o.path = path_;
+    o.create = true;
+    o.lockTimeoutMs = 2000;
+    return Database::Open(o, db);
+  }
+  static Error Dialect(Database* db, const std::string& sql) {
+    Statement st;
+    Error e = ParseSql(sql, &st);
+    Outcome out;
+    return e.ok() ? db->Execute(sql, st, {}, &out) : e;
+  }
+  static Error Engine(Database* db, const std::string& sql, bool query = false,
+                      Outcome* result = nullptr) {
+    Outcome out;
+    std::vector<long> counts;
+    std::size_t failed = 0;
+    return db->ExecuteEngine(sql, query, {{}}, {}, result ? result : &out, &counts, &failed);
+  }
+  // The n column of sheet S in the file itself, top to bottom ("unreadable" when it is not).
+  std::string OnDisk() {
+    xls::Workbook wb;
+    if (!xls::ReadWorkbook(path_, &wb).ok()) return "unreadable";
+    const xls::Sheet* s = wb.findSheet("S");
+    std::string out;
+    for (int r = 1; s && r < s->usedRows(); ++r) out += std::to_string(s->at(r, 0).number) + " ";
+    return out;
+  }
+  // The same column as the connection sees it.
+  static std::string Seen(Database* db) {
+    Outcome out;
+    if (!Engine(db, "SELECT n FROM [S$]", true, &out).ok() || !out.result) return "error";
+    std::string text, all;
+    for (long r = 0; r < out.result->rowCount(); ++r) {
+      out.result->value(r, 0, &text);
+      all += text + " ";
+    }
+    return all;
+  }
+  std::string dir_, path_;
+};
+
+TEST_F(EngineStoreTest, AChangeFoldsThePendingJournalOnceAndForAll) {
+  std::unique_ptr<Database> db;
+  ASSERT_TRUE(Open(&db).ok());
+  ASSERT_TRUE(Dialect(db.get(), "CREATE TABLE [S] ([n] NUMBER)").ok());
+  ASSERT_TRUE(Dialect(db.get(), "INSERT INTO [S] VALUES (1)").ok());
+  ASSERT_TRUE(Dialect(db.get(), "INSERT INTO [S] VALUES (2)").ok());
+  EXPECT_EQ(OnDisk(), "") << "the INSERTs wait in the journal";
+  ASSERT_TRUE(Engine(db.get(), "DELETE FROM [S$] WHERE n = 1").ok());
+  EXPECT_EQ(OnDisk(), "2.000000 ");
+  // Another connection reads the folded file; the journal's INSERTs are not applied again.
+  std::unique_ptr<Database> other;
+  ASSERT_TRUE(Open(&other).ok());
+  EXPECT_EQ(Seen(other.get()), "2 ");
+  ASSERT_TRUE(Dialect(other.get(), "INSERT INTO [S] VALUES (3)").ok());
+  EXPECT_EQ(Seen(db.get()), "2 3 ");
+  ASSERT_TRUE(db->Close().ok());
+  ASSERT_TRUE(other->Close().ok());
+  EXPECT_EQ(OnDisk(), "2.000000 3.000000 ");
+}
+
+TEST_F(EngineStoreTest, FailedWritesLeaveTheOldOrTheNewWorkbook) {
+  {
+    std::unique_ptr<Database> db;
+    ASSERT_TRUE(Open(&db).ok());
+    ASSERT_TRUE(Dialect(db.get(), "CREATE TABLE [S] ([n] NUMBER)").ok());
+    ASSERT_TRUE(Engine(db.get(), "INSERT INTO [S$] (n) VALUES (1), (2)").ok());
+  }
+  const std::string reference = dir_ + "/reference.xls";
+  std::filesystem::copy_file(path_, reference);
+  for (FailNth::Mode mode : {FailNth::kOnce, FailNth::kForGood}) {
+    bool completed = false;
+    for (int n = 1; !completed; ++n) {
+      ASSERT_LE(n, 200) << "the statement never completed";
+      std::filesystem::copy_file(reference, path_,
+                                 std::filesystem::copy_options::overwrite_existing);
+      std::filesystem::remove(path_ + "-journal");
+      std::unique_ptr<Database> db;
+      ASSERT_TRUE(Open(&db).ok());
+      Error e;
+      {
+        FailNth fail(n, mode);
+        e = Engine(db.get(), "UPDATE [S$] SET n = n * 10");
+        completed = !fail.fired();
+      }
+      const std::string where = "call " + std::to_string(n) + ": " + e.message();
+      EXPECT_EQ(OnDisk(), e.ok() ? "10.000000 20.000000 " : "1.000000 2.000000 ") << where;
+      // Memory follows the file, whatever happened.
+      EXPECT_EQ(Seen(db.get()), e.ok() ? "10 20 " : "1 2 ") << where;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace xlsodbc
