@@ -9,6 +9,7 @@
 #include "xls/Strings.h"
 #include "xls/Styles.h"
 #include "xls/Xls.h"
+#include "xls/Xlsx.h"
 
 namespace xls {
 
@@ -393,6 +394,7 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbo
 
 Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size,
                               const ReadOptions& options, Workbook* out) {
+  if (FormatOfBytes(data, size) == WorkbookFormat::kXlsx) return ReadXlsxFromMemory(data, size, out);
   *out = Workbook();
   CompoundFileReader cfb;
   Status s = cfb.Open(data, size);

@@ -9,6 +9,7 @@
 #include "xls/Strings.h"
 #include "xls/Styles.h"
 #include "xls/Xls.h"
+#include "xls/Xlsx.h"
 
 namespace xls {
 
@@ -43,6 +44,10 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
   }
   const auto& rows = sheet.rows();
   const int nRows = static_cast<int>(rows.size());
+  if (nRows > kMaxRows || sheet.extentColumns() > kMaxColumns) {
+    return Status::InvalidArgument("sheet \"" + sheet.name() +
+                                   "\" is larger than an .xls sheet (65,536 x 256); save as .xlsx");
+  }
   w.Begin(rec::kDimensions);
   w.U32(0);
   w.U32(static_cast<std::uint32_t>(nRows));
@@ -227,6 +232,7 @@ Status WriteWorkbookToMemory(const Workbook& workbook, std::vector<std::uint8_t>
 }
 
 Status WriteWorkbookWith(FileOps& ops, const std::string& path, const Workbook& workbook) {
+  if (FormatOfPath(path) == WorkbookFormat::kXlsx) return WriteXlsxWith(ops, path, workbook);
   std::vector<std::uint8_t> stream;
   Status s = BuildWorkbookStream(workbook, &stream);
   if (!s.ok()) return s;
