@@ -363,7 +363,9 @@ std::uint16_t XlsxStyleTable::ModelStyle(std::uint32_t xf, Workbook* book, bool*
       Style style;
       auto custom = numFmts.find(x.numFmt);
       if (custom != numFmts.end()) {
-        style.numberFormat = custom->second;
+        // LibreOffice declares "General" as a custom format; the model spells it "".
+        if (custom->second != "General" && custom->second != "GENERAL")
+          style.numberFormat = custom->second;
       } else if (x.numFmt <= 0xFFFF && BuiltinNumberFormat(static_cast<std::uint16_t>(x.numFmt))) {
         style.numberFormat = BuiltinNumberFormat(static_cast<std::uint16_t>(x.numFmt));
       } else if ((x.numFmt >= 27 && x.numFmt <= 36) || (x.numFmt >= 50 && x.numFmt <= 58)) {

@@ -209,6 +209,8 @@ class SheetHandler : public XmlHandler {
 
   void EndCell() {
     inCell_ = false;
+    // <v></v> stands for no value (a formula never calculated, as openpyxl writes it).
+    if (hasValue_ && kind_ != ValueKind::kInline && Trimmed(value_).empty()) hasValue_ = false;
     bool isDate = false;
     std::uint16_t style = xf_ == 0 ? 0 : styles_->ModelStyle(xf_, book_, &isDate);
     if (!hasValue_ && style == 0) return;  // nothing to keep
