@@ -1,7 +1,8 @@
 // Independent writers and readers of .xlsx, run at test time: openpyxl (python3-openpyxl),
 // SheetJS (npm "xlsx" under node, installed into the build folder by the first test that
-// needs it) and LibreOffice headless. Files they write must read cell by cell as they meant;
-// files we write must show them our values and formats.
+// needs it), libxlsxwriter (a fixture program built with the tests) and LibreOffice headless. Files
+// they write must read cell by cell as they meant; files we write must show them our values and
+// formats.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -219,6 +220,38 @@ TEST(XlsxSheetJs, BothWays) {
   for (const auto& [ref, fields] : expected) EXPECT_EQ(cells[ref], fields) << ref;
   ASSERT_EQ(cells["Main!A"].size(), 2u);
   EXPECT_NEAR(std::stod(cells["Main!A"][1]), 30, 1.5);  // SheetJS reports characters less padding
+}
+
+TEST(XlsxLibxlsxwriter, ReadsWhatItWroteInBothModes) {
+  for (const char* mode : {"", "constant"}) {
+    TempDir dir;
+    const std::string path = dir.file("lxw.xlsx");
+    int status = 0;
+    RunCommand(std::string(XLSXWRITER_FIXTURE) + " " + path + " " + mode, &status);
+    ASSERT_EQ(status, 0) << mode;
+    Workbook wb;
+    Status st = ReadWorkbook(path, &wb);
+    ASSERT_TRUE(st.ok()) << mode << ": " << st.ToString();
+    ASSERT_EQ(wb.sheets().size(), 2u) << mode;
+    const Sheet& s = wb.sheets()[0];
+    EXPECT_EQ(s.at(0, 0).text, "head") << mode;
+    EXPECT_TRUE(wb.styles()[s.at(0, 0).style].bold) << mode;
+    EXPECT_EQ(s.at(0, 1).number, 2.5) << mode;
+    EXPECT_EQ(wb.styles()[s.at(0, 1).style].numberFormat, "0.00") << mode;
+    EXPECT_EQ(s.at(0, 2).type, CellType::kDateTime) << mode;
+    EXPECT_EQ(s.at(0, 2).number, 45351.25) << mode;
+    EXPECT_EQ(wb.styles()[s.at(0, 2).style].numberFormat, "yyyy-mm-dd hh:mm") << mode;
+    EXPECT_EQ(s.at(0, 3).type, CellType::kBoolean) << mode;
+    EXPECT_EQ(s.at(0, 4).number, 5) << mode;  // the formula's cached result
+    EXPECT_EQ(s.at(0, 5).text, "ünï & <x>") << mode;
+    const Style& boxed = wb.styles()[s.at(1, 1).style];
+    EXPECT_EQ(s.at(1, 1).number, -7) << mode;
+    EXPECT_EQ(boxed.horizontal, HAlign::kCenter) << mode;
+    EXPECT_EQ(boxed.left, Border::kThin) << mode;
+    EXPECT_EQ(boxed.bottom, Border::kThin) << mode;
+    EXPECT_NEAR(s.columnWidth(0), 18.71 * 256, 256) << mode;  // 18 characters and padding
+    EXPECT_EQ(wb.sheets()[1].at(0, 0).number, 7) << mode;
+  }
 }
 
 int Soffice(const TempDir& dir, const std::string& args) {
