@@ -411,6 +411,9 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size,
   } else if (cfb.HasStream("Book")) {
     return Status::Unsupported(
         "an Excel 5.0/95 (BIFF5) workbook (\"Book\" stream); save it as Excel 97-2003");
+  } else if (cfb.HasStream("EncryptedPackage")) {
+    return Status::Unsupported(
+        "a password-protected Excel 2007+ workbook (.xlsx); save it without a password");
   } else {
     return Status::Corruption("compound file has no Workbook stream");
   }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/TempDir.h"
+#include "xls/CompoundFile.h"
 #include "xls/Xls.h"
 #include "xls/Xlsx.h"
 #include "xls/XlsxZip.h"
@@ -164,6 +165,15 @@ TEST(XlsxFormatChoice, ReadByContentWriteByExtension) {
     ASSERT_TRUE(ReadWorkbook(path, &back).ok()) << name;
     EXPECT_EQ(back.sheets()[0].at(0, 0).number, 7) << name;
   }
+  // A password-protected .xlsx is a compound file around the encrypted package.
+  std::vector<std::uint8_t> package(4096, 0x5A);
+  CompoundFileImage image;
+  ASSERT_TRUE(BuildCompoundFile({{"EncryptedPackage", &package}}, 9, &image).ok());
+  const std::vector<std::uint8_t> protectedBytes = image.Flatten();
+  Workbook none;
+  Status e = ReadWorkbookFromMemory(protectedBytes.data(), protectedBytes.size(), &none);
+  EXPECT_EQ(e.code(), Status::Code::kUnsupported) << e.ToString();
+  EXPECT_NE(e.message().find("Excel 2007+"), std::string::npos) << e.ToString();
   // A sheet past the .xls grid is refused by the .xls writer rather than cut or wrapped.
   Workbook big;
   big.addSheet("S").set(70000, 0, Cell::Number(1));
