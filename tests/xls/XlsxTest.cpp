@@ -3,6 +3,7 @@
 // targets), the choice of format by content and name, and damaged or hostile files.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -180,6 +181,27 @@ TEST(XlsxFormatChoice, ReadByContentWriteByExtension) {
   Status s = WriteWorkbook(dir.file("big.xls"), big);
   EXPECT_EQ(s.code(), Status::Code::kInvalidArgument) << s.ToString();
   EXPECT_TRUE(WriteWorkbook(dir.file("big.xlsx"), big).ok());
+}
+
+// The .xlsx writer goes through the caller's FileOps and the atomic replace: a failed
+// rename leaves the old file and no temporary one.
+TEST(XlsxFormatChoice, WritesThroughTheAtomicReplace) {
+  struct FailingRename : FileOps {
+    Status Rename(const std::string&, const std::string&) override {
+      return Status::IOError("injected fault");
+    }
+  } ops;
+  testing_support::TempDir dir;
+  const std::string path = dir.file("book.xlsx");
+  testing_support::WriteFile(path, "old");
+  Workbook wb;
+  wb.addSheet("S").set(0, 0, Cell::Number(1));
+  EXPECT_EQ(WriteWorkbookWith(ops, path, wb).code(), Status::Code::kIOError);
+  EXPECT_EQ(testing_support::ReadFile(path), "old");
+  int files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+    files += entry.is_regular_file();
+  EXPECT_EQ(files, 1);
 }
 
 // Shapes other writers produce: prefixed elements, sheets listed in another order than their
