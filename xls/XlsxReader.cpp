@@ -243,7 +243,7 @@ class SheetHandler : public XmlHandler {
       case ValueKind::kBool: {
         std::string_view v = Trimmed(value_);
         cell.type = CellType::kBoolean;
-        cell.number = v == "1" || v == "true" ? 1 : 0;
+        cell.number = v == "0" || v == "false" || v == "FALSE" ? 0 : 1;
         return;
       }
       case ValueKind::kError:

@@ -259,7 +259,7 @@ TEST(XlsxReader, ReadsOtherWritersShapes) {
            "<row r=\"3\"><c r=\"A3\" "
            "t=\"inlineStr\"><is><r><t>in</t></r><r><t>line</t></r></is></c>"
            "<c r=\"B3\" t=\"str\"><f>A1&amp;\"!\"</f><v>plain!</v></c>"
-           "<c r=\"C3\" t=\"b\"><f>TRUE()</f><v>1</v></c><c r=\"D3\" t=\"e\"><v>#DIV/0!</v></c>"
+           "<c r=\"C3\" t=\"b\"><f>TRUE()</f><v>TRUE</v></c><c r=\"D3\" t=\"e\"><v>#DIV/0!</v></c>"
            "<c r=\"E3\"><f>1/3</f><v>0.33333333333333331</v></c><c r=\"F3\"><f>NOW()</f></c></row>"
            "<row r=\"4\"><c r=\"A4\" s=\"1\"><v>45000</v></c><c r=\"B4\" "
            "s=\"2\"><v>45000.75</v></c>"
