@@ -11,6 +11,7 @@
 #include "xls/Strings.h"
 #include "xls/Styles.h"
 #include "xls/Xls.h"
+#include "xls/Xlsx.h"
 
 namespace xls {
 
@@ -548,6 +549,10 @@ Status FindStream(const std::uint8_t* data, std::size_t size, CompoundFileReader
   const char* name = cfb->HasStream("Workbook") ? "Workbook"
                      : cfb->HasStream("Book")   ? "Book"
                                                 : nullptr;
+  if (name == nullptr && cfb->HasStream("EncryptedPackage")) {
+    return Status::Unsupported(
+        "a password-protected Excel 2007+ workbook (.xlsx); save it without a password");
+  }
   if (name == nullptr) return Status::Corruption("compound file has no Workbook or Book stream");
   // Read in place when the sectors are in order, as they are in most files: copying a
   // large stream first costs as much as a good part of decoding it.
@@ -566,6 +571,7 @@ Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size, Workbo
 
 Status ReadWorkbookFromMemory(const std::uint8_t* data, std::size_t size,
                               const ReadOptions& options, Workbook* out) {
+  if (FormatOfBytes(data, size) == WorkbookFormat::kXlsx) return ReadXlsxFromMemory(data, size, out);
   *out = Workbook();
   CompoundFileReader cfb;
   std::vector<std::uint8_t> stream;

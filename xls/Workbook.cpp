@@ -122,7 +122,7 @@ const Cell kEmptyCell;
 }
 
 const Cell& Sheet::at(int row, int column) const {
-  assert(row >= 0 && row < kMaxRows && column >= 0 && column < kMaxColumns);
+  assert(row >= 0 && row < kXlsxMaxRows && column >= 0 && column < kXlsxMaxColumns);
   if (row >= static_cast<int>(rows_.size())) return kEmptyCell;
   const auto& r = rows_[row];
   if (column >= static_cast<int>(r.size())) return kEmptyCell;
@@ -130,7 +130,7 @@ const Cell& Sheet::at(int row, int column) const {
 }
 
 Cell& Sheet::grow(int row, int column) {
-  assert(row >= 0 && row < kMaxRows && column >= 0 && column < kMaxColumns);
+  assert(row >= 0 && row < kXlsxMaxRows && column >= 0 && column < kXlsxMaxColumns);
   if (row >= static_cast<int>(rows_.size())) rows_.resize(row + 1);
   auto& r = rows_[row];
   if (column >= static_cast<int>(r.size())) {

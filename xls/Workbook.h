@@ -1,6 +1,6 @@
 // The workbook model shared by the .xls codec, the ODBC driver and the automation
-// server: ordered sheets of cells within the BIFF8 grid (65,536 rows x 256 columns),
-// a table of cell styles, column widths and defined names.
+// server: ordered sheets of cells within the .xlsx grid (1,048,576 rows x 16,384 columns;
+// .xls files hold 65,536 x 256), a table of cell styles, column widths and defined names.
 //
 // Ownership: a Workbook owns its sheets by value; a Sheet owns its cells by value.
 // References returned by accessors stay valid until the next call that adds or
@@ -18,8 +18,11 @@
 
 namespace xls {
 
+// The .xls grid. A sheet may hold up to the .xlsx grid below; .xls files take this one.
 constexpr int kMaxRows = 65536;
 constexpr int kMaxColumns = 256;
+constexpr int kXlsxMaxRows = 1048576;
+constexpr int kXlsxMaxColumns = 16384;
 
 enum class CellType : std::uint8_t { kEmpty, kText, kNumber, kBoolean, kError, kDateTime };
 enum class HAlign : std::uint8_t {
@@ -165,7 +168,7 @@ class Sheet {
   const std::string& name() const { return name_; }
   void setName(std::string name) { name_ = std::move(name); }
 
-  // REQUIRES: 0 <= row < kMaxRows and 0 <= column < kMaxColumns for every cell access.
+  // REQUIRES: 0 <= row < kXlsxMaxRows and 0 <= column < kXlsxMaxColumns for every cell access.
   // A cell never written reads as an empty cell with the default style.
   const Cell& at(int row, int column) const;
   // Creates the cell (and the row) when needed. Inline for the usual cases, a stored cell

@@ -10,6 +10,7 @@
 #include "xls/Strings.h"
 #include "xls/Styles.h"
 #include "xls/Xls.h"
+#include "xls/Xlsx.h"
 
 namespace xls {
 
@@ -37,6 +38,10 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
   }
   const auto& rows = sheet.rows();
   const int nRows = static_cast<int>(rows.size());
+  if (nRows > kMaxRows || sheet.extentColumns() > kMaxColumns) {
+    return Status::InvalidArgument("sheet \"" + sheet.name() +
+                                   "\" is larger than an .xls sheet (65,536 x 256); save as .xlsx");
+  }
   DimensionsRecord dimensions;
   dimensions.rowsEnd = static_cast<std::uint32_t>(nRows);
   dimensions.columnsEnd = static_cast<std::uint16_t>(sheet.extentColumns());
@@ -182,6 +187,7 @@ Status WriteWorkbookToMemory(const Workbook& workbook, std::vector<std::uint8_t>
 }
 
 Status WriteWorkbook(const std::string& path, const Workbook& workbook) {
+  if (FormatOfPath(path) == WorkbookFormat::kXlsx) return WriteXlsx(path, workbook);
   std::vector<std::uint8_t> stream;
   Status s = BuildWorkbookStream(workbook, &stream);
   if (!s.ok()) return s;

@@ -25,6 +25,10 @@
 
 namespace xls {
 
+// Reading chooses the format by content and writing by the path's extension: a zip archive
+// is read, and a path ending in .xlsx or .xlsm written, as Office Open XML (xls/Xlsx.h).
+// WriteWorkbookToMemory always writes .xls.
+//
 // Reads the workbook at path into *out (which is replaced). A file that is not a
 // compound file or a BIFF stream, has no Workbook/Book stream, is of a version not read,
 // or is malformed gives a Corruption or Unsupported status whose message says what and

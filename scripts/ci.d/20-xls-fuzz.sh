@@ -5,4 +5,5 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 exec "$root/scripts/fuzz.sh" "${XLS_FUZZ_SECONDS:-60}" \
   xls_read=tests/xls/corpus \
+  xlsx_read=tests/xlsx-corpus \
   spreadsheet_rowline=tests/spreadsheet/rowline-corpus=4096

@@ -31,7 +31,7 @@ TEST(XlsBadInput, EachFaultGivesAClearError) {
       {"truncated header", [](auto& b) { b.resize(100); }, Status::Code::kCorruption, "too short"},
       {"truncated body", [](auto& b) { b.resize(b.size() / 2); }, Status::Code::kCorruption, "sector"},
       {"wrong magic", [](auto& b) { b[0] = 'X'; }, Status::Code::kCorruption, "signature"},
-      {"xlsx", [](auto& b) { b[0] = 'P'; b[1] = 'K'; b[2] = 3; b[3] = 4; }, Status::Code::kUnsupported, "xlsx"},
+      {"zip magic on a non-zip", [](auto& b) { b[0] = 'P'; b[1] = 'K'; b[2] = 3; b[3] = 4; }, Status::Code::kCorruption, "zip"},
       {"FAT loop", [](auto& b) {
          // The first FAT sector's first entry points at itself.
          std::uint32_t fat = GetU32(b.data() + 76);
