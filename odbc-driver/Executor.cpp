@@ -43,22 +43,6 @@ Error TableNotFound(const TableRef& t) {
                "Table " + Quote(t.sheet) + " not found: the workbook has no sheet of that name.");
 }
 
-// The table a statement names: a sheet or region as written, or else a defined name of the
-// workbook (a named range), which stands for the region it covers on its sheet.
-TableRef Target(const Workbook& book, const TableRef& t) {
-  if (t.hasRange || book.findSheet(t.sheet)) return t;
-  const xls::DefinedName* n = book.findName(t.sheet);
-  if (!n || n->builtin || n->sheet < 0 ||
-      n->sheet >= static_cast<int>(book.sheets().size())) {
-    return t;
-  }
-  TableRef named = t;
-  named.sheet = book.sheets()[static_cast<std::size_t>(n->sheet)].name();
-  named.hasRange = true;
-  named.range = CellRange{n->firstRow, n->firstColumn, n->lastRow, n->lastColumn};
-  return named;
-}
-
 // The rectangle a table covers on its sheet, trimmed to what holds values.
 struct TableView {
   bool empty = true;  // no cells at all: no columns, no rows
@@ -363,7 +347,7 @@ class SheetResult final : public ResultSet {
 
 Error RunSelect(const Statement& st, const ExecOptions& o, const std::shared_ptr<Workbook>& book,
                 Outcome* out) {
-  const TableRef t = Target(*book, st.table);
+  const TableRef t = NamedTable(*book, st.table);
   const Sheet* s = book->findSheet(t.sheet);
   if (!s) return TableNotFound(t);
   TableView v = ResolveForReading(*s, t, o.firstRowHasNames, book->date1904);
@@ -492,7 +476,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
 
 Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Workbook& book,
                 Outcome* out) {
-  const TableRef t = Target(book, st.table);
+  const TableRef t = NamedTable(book, st.table);
   const Sheet* s = book.findSheet(t.sheet);
   if (!s) return TableNotFound(t);
   std::vector<Value> values(st.values.size());
@@ -565,7 +549,7 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
 
 Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Workbook& book,
                 Outcome* out) {
-  const TableRef t = Target(book, st.table);
+  const TableRef t = NamedTable(book, st.table);
   const Sheet* s = book.findSheet(t.sheet);
   if (!s) return TableNotFound(t);
   TableView v = Resolve(*s, t, o.firstRowHasNames, book.date1904);
@@ -662,9 +646,23 @@ Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<W
   return Error(ErrorKind::kSyntax, "Unknown statement.");
 }
 
+TableRef NamedTable(const Workbook& book, const TableRef& t) {
+  if (t.hasRange || book.findSheet(t.sheet)) return t;
+  const xls::DefinedName* n = book.findName(t.sheet);
+  if (!n || n->builtin || n->sheet < 0 ||
+      n->sheet >= static_cast<int>(book.sheets().size())) {
+    return t;
+  }
+  TableRef named = t;
+  named.sheet = book.sheets()[static_cast<std::size_t>(n->sheet)].name();
+  named.hasRange = true;
+  named.range = CellRange{n->firstRow, n->firstColumn, n->lastRow, n->lastColumn};
+  return named;
+}
+
 std::vector<std::string> TableColumnNames(const Workbook& book, const TableRef& table,
                                           bool firstRowHasNames) {
-  const TableRef t = Target(book, table);
+  const TableRef t = NamedTable(book, table);
   const Sheet* s = book.findSheet(t.sheet);
   if (!s) return {};
   return ResolveForReading(*s, t, firstRowHasNames, book.date1904).names;

@@ -68,6 +68,10 @@ Error CheckNewSheetName(const std::string& name);
 Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<xls::Workbook>* book,
               Outcome* out);
 
+// The table a statement names: the sheet or region as written, or else a defined name of
+// the workbook (a named range, not one of Excel's own), as the region it covers on its sheet.
+TableRef NamedTable(const xls::Workbook& book, const TableRef& table);
+
 // The names a table's columns go by (the header cells, F1, F2... where empty); empty when
 // the sheet is missing or the region holds nothing. For SQLColumns.
 std::vector<std::string> TableColumnNames(const xls::Workbook& book, const TableRef& table,

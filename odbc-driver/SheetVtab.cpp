@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "odbc-driver/CellText.h"
+#include "odbc-driver/Executor.h"
 #include "odbc-driver/SqlRewrite.h"
 #include "odbc-driver/TableRegion.h"
 
@@ -254,7 +255,7 @@ struct ModuleCallbacks {
     SheetModule* m = Module(aux);
     if (argc < 3) return SQLITE_ERROR;
     const xls::Workbook& book = **m->book_;
-    const TableRef& ref = m->pending_;
+    const TableRef ref = NamedTable(book, m->pending_);
     const auto& sheets = book.sheets();
     const xls::Sheet* sheet = book.findSheet(ref.sheet);
     if (!sheet) {

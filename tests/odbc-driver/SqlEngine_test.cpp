@@ -631,3 +631,17 @@ TEST(SqlRewriteTest, DialectToSqlite) {
 
 }  // namespace
 }  // namespace xlsodbc
+
+namespace xlsodbc {
+namespace {
+
+// A named range is a table in full SQL too, joined like a sheet.
+TEST_F(SqlEngineTest, DefinedNamesAreTables) {
+  book_->addName(xls::DefinedName{"Floors", -1, false, 1, 0, 2, 0, 1});  // Dept!A1:B3
+  EXPECT_EQ(Select("SELECT f.Dept, COUNT(*) AS n FROM Staff s JOIN Floors f ON s.Dept = f.Dept "
+                   "GROUP BY f.Dept ORDER BY f.Dept"),
+            (Rows{{"Dept", "n"}, {"IT", "2"}, {"Sales", "2"}}));
+}
+
+}  // namespace
+}  // namespace xlsodbc
