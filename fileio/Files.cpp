@@ -36,6 +36,7 @@ FileId FromStat(const struct stat& st) {
   id.device = static_cast<std::uint64_t>(st.st_dev);
   id.inode = static_cast<std::uint64_t>(st.st_ino);
   id.size = static_cast<std::uint64_t>(st.st_size);
+  id.links = static_cast<std::uint64_t>(st.st_nlink);
   id.mtimeNs = static_cast<std::uint64_t>(st.st_mtim.tv_sec) * 1000000000ull +
                static_cast<std::uint64_t>(st.st_mtim.tv_nsec);
   return id;

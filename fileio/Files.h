@@ -64,6 +64,7 @@ struct FileId {
   bool exists = false;
   int error = 0;  // errno of a failed stat other than "no such file"
   std::uint64_t device = 0, inode = 0, size = 0, mtimeNs = 0;
+  std::uint64_t links = 0;  // names the file has; 0 once it was removed (not compared)
   bool operator==(const FileId& o) const {
     return error == 0 && o.error == 0 && exists == o.exists && device == o.device &&
            inode == o.inode && size == o.size && mtimeNs == o.mtimeNs;

@@ -30,6 +30,11 @@ SQLRETURN Connect(Dbc* dbc, const std::map<std::string, std::string>& keys) {
   o.create = !createDb.empty();
   o.readOnly = ParseFlag(get("READONLY"), false) || dbc->readOnlyAttr;
   o.firstRowHasNames = ParseFlag(get("FIRSTROWHASNAMES"), true);
+  o.password = get("PWD");
+  if (std::string sync = get("SYNC"); !ParseSyncMode(sync, &o.sync)) {
+    return PostError(dbc, State::kUnableToConnect,
+                     "SYNC must be OFF, NORMAL or FULL, not '" + sync + "'.");
+  }
   std::unique_ptr<Database> db;
   Error e = Database::Open(o, &db);
   if (!e.ok()) return PostError(dbc, e);
@@ -156,12 +161,14 @@ SQLRETURN SQL_API SQLDriverConnect(SQLHDBC handle, SQLHWND, SQLCHAR* in, SQLSMAL
 }
 
 SQLRETURN SQL_API SQLConnect(SQLHDBC handle, SQLCHAR* dsn, SQLSMALLINT dsnLength, SQLCHAR*,
-                             SQLSMALLINT, SQLCHAR*, SQLSMALLINT) {
+                             SQLSMALLINT, SQLCHAR* password, SQLSMALLINT passwordLength) {
   Dbc* dbc = ToDbc(handle);
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
   std::map<std::string, std::string> keys;
   keys["DSN"] = InText(dsn, dsnLength);
+  // The password opens an encrypted workbook, as PWD does in a connection string.
+  if (password && passwordLength != 0) keys["PWD"] = InText(password, passwordLength);
   return Connect(dbc, keys);
 }
 
@@ -212,10 +219,14 @@ SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT com
   Dbc* dbc = type == SQL_HANDLE_DBC ? ToDbc(handle) : nullptr;
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  // Each statement is saved when it returns, so COMMIT has nothing left to do and ROLLBACK
-  // cannot take anything back; it says so when there was something to take back.
+  // Each statement is saved when it returns, so COMMIT has only to flush what SYNC=NORMAL
+  // left unflushed, and ROLLBACK cannot take anything back; it says so when there was
+  // something to take back.
   bool changed = dbc->changedSinceEndTran;
   dbc->changedSinceEndTran = false;
+  if (completion == SQL_COMMIT && dbc->db) {
+    if (Error e = dbc->db->Flush(); !e.ok()) return PostError(dbc, e);
+  }
   if (completion == SQL_ROLLBACK && changed) {
     return PostWarning(dbc, State::kGeneralWarning,
                        "Changes are saved as each statement runs; "

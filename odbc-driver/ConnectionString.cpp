@@ -74,4 +74,18 @@ bool ParseFlag(const std::string& value, bool fallback) {
   return fallback;
 }
 
+bool ParseSyncMode(const std::string& value, SyncMode* mode) {
+  std::string v = Upper(Trim(value));
+  if (v.empty() || v == "NORMAL") {
+    *mode = SyncMode::kNormal;
+  } else if (v == "FULL") {
+    *mode = SyncMode::kFull;
+  } else if (v == "OFF") {
+    *mode = SyncMode::kOff;
+  } else {
+    return false;
+  }
+  return true;
+}
+
 }  // namespace xlsodbc

@@ -15,4 +15,11 @@ std::map<std::string, std::string> ParseConnectionString(std::string_view text);
 // "1", "TRUE", "YES", "ON" (any case) are true; "0", "FALSE", "NO", "OFF" false; else fallback.
 bool ParseFlag(const std::string& value, bool fallback);
 
+// SYNC: when the journal is flushed to disk (what each mode promises: Database.h).
+enum class SyncMode { kOff, kNormal, kFull };
+
+// "OFF", "NORMAL" or "FULL" in any case; empty (the key absent or blank) is NORMAL. Anything
+// else is false, and *mode is left alone.
+[[nodiscard]] bool ParseSyncMode(const std::string& value, SyncMode* mode);
+
 }  // namespace xlsodbc

@@ -4,17 +4,27 @@
 #include <sys/file.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 
 #include "fileio/SysCalls.h"
 #include "odbc-driver/Journal.h"
 #include "odbc-driver/SqlEngine.h"
 #include "xls/Xls.h"
+#include "xls/Xlsx.h"
 
 namespace xlsodbc {
 
 namespace {
+
+bool IsMacroEnabledName(const std::string& path) {
+  if (path.size() < 5) return false;
+  std::string ext = path.substr(path.size() - 5);
+  for (char& c : ext) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return ext == ".xlsm";
+}
+
+using Clock = std::chrono::steady_clock;
 
 // A FileId no real file has: the model must be read again before it is trusted.
 FileId Unknown() {
@@ -27,6 +37,10 @@ Error CannotExamine(const std::string& path, int err) {
   return Error(ErrorKind::kIO, "Cannot examine '" + path + "': " + ErrnoText(err) + ".");
 }
 
+Error CannotSync(int err) {
+  return Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(err) + ".");
+}
+
 void SleepMs(int ms) {
   struct timespec ts {
     0, ms * 1000000L
@@ -37,11 +51,13 @@ void SleepMs(int ms) {
 }  // namespace
 
 Database::Database(DatabaseOptions options)
-    : options_(std::move(options)), model_(std::make_shared<xls::Workbook>()) {}
+    : options_(std::move(options)),
+      model_(std::make_shared<xls::Workbook>()),
+      lastFlush_(Clock::now()) {}
 
 Database::~Database() {
   Close();
-  if (journalFd_ >= 0) fileio::Sys().close(journalFd_);
+  DropJournal();
 }
 
 Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* out) {
@@ -59,7 +75,7 @@ Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* 
   fileio::Result resolved = fileio::ResolveLinks(options.path, &db->file_);
   if (!resolved.ok()) return Error(ErrorKind::kIO, resolved.message());
   Error e = db->Lock(false, false);
-  if (e.ok()) e = db->Refresh();
+  if (e.ok()) e = db->CatchUp();
   bool pending = db->applied_ > kJournalHeaderSize;
   db->Unlock();
   if (!e.ok()) return e;
@@ -68,7 +84,7 @@ Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* 
   // A workbook the user may not write keeps them pending; they are replayed on each read.
   if (pending && !options.readOnly && CheckWritable(db->file_).ok()) {
     e = db->Lock(true, false);
-    if (e.ok()) e = db->Refresh();
+    if (e.ok()) e = db->CatchUp();
     if (e.ok() && db->applied_ > kJournalHeaderSize) e = db->Fold();
     db->Unlock();
     if (!e.ok()) return e;
@@ -77,12 +93,31 @@ Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* 
   return Error();
 }
 
+Error Database::CheckNotEncrypted() const {
+  if (!model_->encrypted) return Error();
+  // Saving would write the workbook without its password: refused, as a read-only file is.
+  return Error(ErrorKind::kReadOnly, "Workbook '" + options_.path +
+                                         "' is password-protected; changes are refused, since "
+                                         "saving it would remove the protection.");
+}
+
+Error Database::CheckWritableOnce() {
+  if (writableChecked_) return Error();
+  Error e = CheckWritable(options_.path);
+  writableChecked_ = e.ok();
+  return e;
+}
+
 Error Database::Lock(bool exclusive, bool create) {
   auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.lockTimeoutMs);
   std::string path = journalPath();
   while (true) {
     if (journalFd_ < 0 && create) {
+      // Refused before the journal is touched: a change that could never be folded into the
+      // file must not be accepted into the journal either.
+      Error e = CheckWritableOnce();
+      if (!e.ok()) return e;
       // A new journal takes the workbook's mode, owner and group: it holds the same data.
       bool created = false;
       fileio::Result r = fileio::OpenOrCreateLike(path, file_, &journalFd_, &created);
@@ -112,22 +147,22 @@ Error Database::Lock(bool exclusive, bool create) {
       SleepMs(2);
       continue;
     }
-    // The journal may have been folded and removed while we waited: lock the file at the path.
-    FileId held = StatFd(journalFd_), named = StatPath(path);
-    if (held.error || named.error) {
-      fileio::Sys().flock(journalFd_, LOCK_UN);
-      fileio::Sys().close(journalFd_);
-      journalFd_ = -1;
-      return CannotExamine(path, held.error ? held.error : named.error);
+    locked_ = true;
+    journal_ = StatFd(journalFd_);
+    if (journal_.error) {
+      const int err = journal_.error;
+      DropJournal();
+      return CannotExamine(path, err);
     }
-    if (!named.exists || held.inode != named.inode || held.device != named.device) {
-      fileio::Sys().flock(journalFd_, LOCK_UN);
-      fileio::Sys().close(journalFd_);
-      journalFd_ = -1;
-      if (!named.exists && !create) return Error();
+    // Journals are removed, never replaced: one without a name was folded (or found stale)
+    // while this connection waited or since its last statement. The file at the path, if
+    // any, is a new journal, over a new workbook.
+    if (journal_.links == 0) {
+      if (applied_ > kJournalHeaderSize) loaded_ = Unknown();
+      DropJournal();
+      if (!create) return Error();
       continue;
     }
-    locked_ = true;
     return Error();
   }
 }
@@ -135,6 +170,29 @@ Error Database::Lock(bool exclusive, bool create) {
 void Database::Unlock() {
   if (locked_ && journalFd_ >= 0) fileio::Sys().flock(journalFd_, LOCK_UN);
   locked_ = false;
+}
+
+void Database::DropJournal() {
+  Unlock();
+  if (journalFd_ >= 0) fileio::Sys().close(journalFd_);
+  journalFd_ = -1;
+  journal_ = FileId();
+  applied_ = 0;
+  writableChecked_ = false;
+}
+
+Error Database::CatchUp() {
+  if (journalFd_ >= 0 && applied_ >= kJournalHeaderSize) {
+    // The journal this connection follows still has its name, so no fold happened since (a
+    // fold removes it) and the workbook is the one the model came from: only records that
+    // other connections appended can be new.
+    if (journal_.size == applied_) return Error();
+    if (journal_.size > applied_) return ReplayJournal();
+    // Shorter than what was applied: nothing the driver does. Read everything again.
+    loaded_ = Unknown();
+    applied_ = 0;
+  }
+  return Refresh();
 }
 
 Error Database::Refresh() {
@@ -148,7 +206,18 @@ Error Database::Refresh() {
       xls::FileBytes bytes;
       Error e = ReadWholeFile(file_, &bytes);
       if (!e.ok()) return e;
-      xls::Status s = xls::ReadWorkbookFromMemory(bytes.data(), bytes.size(), fresh.get());
+      xls::ReadOptions read;
+      read.password = options_.password;
+      xls::Status s = xls::ReadWorkbookFromMemory(bytes.data(), bytes.size(), read, fresh.get());
+      if (s.code() == xls::Status::Code::kNeedsPassword) {
+        return Error(ErrorKind::kPassword, "Workbook '" + options_.path +
+                                               "' is encrypted; a password is needed (PWD).");
+      }
+      if (s.code() == xls::Status::Code::kWrongPassword) {
+        return Error(ErrorKind::kPassword, "Workbook '" + options_.path +
+                                               "' is encrypted, and the password given does "
+                                               "not open it.");
+      }
       if (!s.ok()) {
         return Error(ErrorKind::kWorkbookCorrupt,
                      "'" + options_.path +
@@ -188,9 +257,7 @@ Error Database::EnsureBaseHash() {
 
 Error Database::ReplayJournal() {
   if (journalFd_ < 0 || !locked_) return Error();
-  FileId j = StatFd(journalFd_);
-  // Taken as empty, the journal would be started again over its pending statements.
-  if (j.error) return CannotExamine(journalPath(), j.error);
+  const FileId& j = journal_;
   if (applied_ == 0) {
     if (j.size < kJournalHeaderSize || !loaded_.exists) return Error();
     std::vector<std::uint8_t> head;
@@ -199,7 +266,7 @@ Error Database::ReplayJournal() {
     if (!e.ok()) return e;
     JournalHeader h;
     // A journal written against other workbook bytes is stale: its statements are already
-    // in the file (a fold finished but the journal was not reset) or belong to another file.
+    // in the file (a fold finished but the journal was not removed) or belong to another file.
     if (!DecodeJournalHeader(head, &h) || h.baseHash != baseHash_ || h.baseSize != loaded_.size) {
       return Error();
     }
@@ -225,37 +292,62 @@ Error Database::ReplayJournal() {
 }
 
 Error Database::StartJournal() {
-  FileId j = StatFd(journalFd_);
-  if (j.error) return CannotExamine(journalPath(), j.error);
+  for (int attempt = 0; applied_ < kJournalHeaderSize && journal_.size >= kJournalHeaderSize;
+       ++attempt) {
+    // A stale journal (written against other workbook bytes): nobody follows it. It is
+    // removed rather than written over, so that a connection holding it sees it gone.
+    if (attempt == 3) {
+      return Error(ErrorKind::kIO, "Cannot start a journal at '" + journalPath() + "'.");
+    }
+    if (fileio::Sys().unlink(journalPath().c_str()) != 0 && errno != ENOENT) {
+      return Error(ErrorKind::kIO, "Cannot remove the stale journal '" + journalPath() +
+                                       "': " + ErrnoText(errno) + ".");
+    }
+    DropJournal();
+    Error e = Lock(true, true);
+    if (e.ok()) e = CatchUp();
+    if (!e.ok()) return e;
+  }
   if (applied_ >= kJournalHeaderSize) {
     // Cut a record left half-written by a crash, so the next one follows the last whole one.
-    if (j.size > applied_ &&
+    if (journal_.size > applied_ &&
         fileio::Sys().ftruncate(journalFd_, static_cast<off_t>(applied_)) != 0) {
       return Error(ErrorKind::kIO, "Cannot trim the journal: " + ErrnoText(errno) + ".");
     }
+    journal_.size = applied_;
     return Error();
   }
+  // Empty, or a header cut short by a crash: nobody can have read it.
   Error e = EnsureBaseHash();
   if (!e.ok()) return e;
-  JournalHeader h{loaded_.size, baseHash_};
-  std::vector<std::uint8_t> head = EncodeJournalHeader(h);
-  if (fileio::Sys().ftruncate(journalFd_, 0) != 0) {
+  if (journal_.size > 0 && fileio::Sys().ftruncate(journalFd_, 0) != 0) {
     return Error(ErrorKind::kIO, "Cannot reset the journal: " + ErrnoText(errno) + ".");
   }
+  JournalHeader h{loaded_.size, baseHash_};
+  std::vector<std::uint8_t> head = EncodeJournalHeader(h);
   e = WriteAt(journalFd_, 0, head.data(), head.size());
-  if (e.ok() && fileio::Sys().fsync(journalFd_) != 0) {
-    e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
-  }
   if (!e.ok()) return e;
+  // Flushed with the first record: a header alone, lost, loses nothing.
+  unsynced_ = true;
   applied_ = kJournalHeaderSize;
+  journal_.size = applied_;
+  return Error();
+}
+
+Error Database::SyncJournal() {
+  if (fileio::Sys().fsync(journalFd_) != 0) return CannotSync(errno);
+  unsynced_ = false;
+  lastFlush_ = Clock::now();
   return Error();
 }
 
 Error Database::Append(const std::vector<std::uint8_t>& rec) {
+  const bool sync =
+      options_.sync == SyncMode::kFull ||
+      (options_.sync == SyncMode::kNormal &&
+       Clock::now() - lastFlush_ >= std::chrono::milliseconds(options_.flushIntervalMs));
   Error e = WriteAt(journalFd_, applied_, rec.data(), rec.size());
-  if (e.ok() && fileio::Sys().fsync(journalFd_) != 0) {
-    e = Error(ErrorKind::kIO, "Cannot sync the journal: " + ErrnoText(errno) + ".");
-  }
+  if (e.ok() && sync) e = SyncJournal();
   if (!e.ok()) {
     if (fileio::Sys().ftruncate(journalFd_, static_cast<off_t>(applied_)) == 0) {
       return Error(ErrorKind::kIO, "The change was not saved. " + e.message());
@@ -267,25 +359,67 @@ Error Database::Append(const std::vector<std::uint8_t>& rec) {
                                      ").");
   }
   applied_ += rec.size();
+  journal_.size = applied_;
+  if (!sync) unsynced_ = true;
   return Error();
 }
 
-Error Database::Fold() {
+Error Database::Flush() {
+  if (!unsynced_) return Error();
+  // A journal this connection no longer holds was folded by the connection that removed it.
+  if (journalFd_ < 0) {
+    unsynced_ = false;
+    return Error();
+  }
+  return SyncJournal();
+}
+
+Error Database::FlushIfDue() {
+  if (options_.sync != SyncMode::kNormal || !unsynced_ ||
+      Clock::now() - lastFlush_ < std::chrono::milliseconds(options_.flushIntervalMs)) {
+    return Error();
+  }
+  return Flush();
+}
+
+Error Database::Fold(bool closing) {
   if (model_->sheets().empty()) return Error();
   std::vector<std::uint8_t> bytes;
-  xls::Status s = xls::WriteWorkbookToMemory(*model_, &bytes);
+  // The file keeps its format: an .xlsx (or .xlsm) name gets Office Open XML, any other .xls.
+  xls::Status s = xls::FormatOfPath(options_.path) == xls::WorkbookFormat::kXlsx
+                      ? xls::WriteXlsxToMemory(*model_, &bytes, IsMacroEnabledName(options_.path))
+                      : xls::WriteWorkbookToMemory(*model_, &bytes);
   if (!s.ok()) return Error(ErrorKind::kIO, "Cannot encode the workbook: " + s.ToString() + ".");
   Error e = ReplaceWorkbook(options_.path, bytes);
   if (!e.ok()) return e;
   loaded_ = StatPath(file_);
   loaded_.size = bytes.size();
-  baseHash_ = Fnv64(bytes.data(), bytes.size());
-  baseHashKnown_ = true;
-  applied_ = 0;
-  // The journal now describes an older file; start it again against the new one. Should this
-  // fail, the stale journal is recognised by its header and ignored.
-  if (journalFd_ >= 0 && locked_) return StartJournal();
+  baseHashKnown_ = !closing;
+  if (!closing) baseHash_ = Fnv64(bytes.data(), bytes.size());
+  // Everything the journal held is in the new file, on disk. The journal goes, so that a
+  // connection holding it sees it gone and reads the new file; the next change starts
+  // another. Should the removal fail, the journal's header no longer matches the workbook:
+  // it is stale, and ignored.
+  if (journalFd_ >= 0) {
+    fileio::Sys().unlink(journalPath().c_str());
+    DropJournal();
+  }
+  unsynced_ = false;
+  lastFlush_ = Clock::now();
   return Error();
+}
+
+Error Database::Save(const std::vector<std::uint8_t>& records) {
+  Error e;
+  if (!loaded_.exists) {
+    e = Fold();  // the first change makes the file
+  } else {
+    e = Append(records);
+    // A failed fold leaves the change safe in the journal; the next statement tries again.
+    if (e.ok() && applied_ > std::max(loaded_.size, options_.foldFloorBytes)) Fold();
+  }
+  if (!e.ok()) loaded_ = Unknown();  // the model holds a change the file does not
+  return e;
 }
 
 Error Database::Execute(const std::string& sql, const Statement& st,
@@ -295,11 +429,10 @@ Error Database::Execute(const std::string& sql, const Statement& st,
     return Error(ErrorKind::kReadOnly,
                  "The connection is read-only (READONLY=1): the workbook cannot be changed.");
   }
-  // Refused before the journal is touched: a change that could never be folded into the
-  // file must not be accepted into the journal either.
-  Error e = write ? CheckWritable(options_.path) : Error();
+  Error e = write ? CheckWritableOnce() : Error();
   if (e.ok()) e = Lock(write, write);
-  if (e.ok()) e = Refresh();
+  if (e.ok()) e = CatchUp();
+  if (e.ok() && write) e = CheckNotEncrypted();
   if (e.ok() && write && loaded_.exists) e = StartJournal();
   if (e.ok()) {
     ExecOptions o;
@@ -307,23 +440,22 @@ Error Database::Execute(const std::string& sql, const Statement& st,
     o.parameters = &parameters;
     e = xlsodbc::Execute(st, o, &model_, out);
   }
-  if (e.ok() && out->changed) {
-    if (!loaded_.exists) {
-      e = Fold();  // the first change makes the file
-    } else {
-      e = Append(EncodeJournalRecord(JournalRecord{options_.firstRowHasNames, sql, parameters}));
-      // A failed fold leaves the change safe in the journal; the next statement tries again.
-      if (e.ok() && applied_ > loaded_.size) Fold();
+  const bool changed = e.ok() && out->changed;
+  if (changed) {
+    std::vector<std::uint8_t> record;
+    if (loaded_.exists) {
+      record = EncodeJournalRecord(JournalRecord{options_.firstRowHasNames, sql, parameters});
     }
-    if (!e.ok()) loaded_ = Unknown();  // the model holds a change the file does not
+    e = Save(record);
   }
   Unlock();
+  if (e.ok() && !changed) e = FlushIfDue();
   return e;
 }
 
 Error Database::Snapshot(std::shared_ptr<const xls::Workbook>* out) {
   Error e = Lock(false, false);
-  if (e.ok()) e = Refresh();
+  if (e.ok()) e = CatchUp();
   Unlock();
   if (e.ok()) *out = model_;
   return e;
@@ -334,14 +466,17 @@ Error Database::Close() {
   closed_ = true;
   if (options_.readOnly) return Error();
   Error e = Lock(true, false);
-  if (!e.ok() || !locked_) return e;
-  e = Refresh();
-  if (e.ok() && applied_ > kJournalHeaderSize) e = Fold();
+  if (e.ok() && !locked_) return e;  // no journal: nothing pending
+  if (e.ok()) e = CatchUp();
+  if (e.ok() && applied_ > kJournalHeaderSize) {
+    e = Fold(/*closing=*/true);
+  } else if (e.ok() && journalFd_ >= 0) {
+    fileio::Sys().unlink(journalPath().c_str());  // nothing in it, or stale
+  }
   // Keep the journal when its statements could not be folded: the next connection will.
-  if (e.ok()) fileio::Sys().unlink(journalPath().c_str());
-  Unlock();
-  fileio::Sys().close(journalFd_);
-  journalFd_ = -1;
+  // Flushed, so that a power cut does not take them either.
+  if (!e.ok() && journalFd_ >= 0 && unsynced_) SyncJournal();
+  DropJournal();
   return e;
 }
 
@@ -355,9 +490,10 @@ Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
     return Error(ErrorKind::kReadOnly,
                  "The connection is read-only (READONLY=1): the workbook cannot be changed.");
   }
-  Error e = CheckWritable(options_.path);
+  Error e = CheckWritableOnce();
   if (e.ok()) e = Lock(true, true);
-  if (e.ok()) e = Refresh();
+  if (e.ok()) e = CatchUp();
+  if (e.ok()) e = CheckNotEncrypted();
   if (e.ok() && loaded_.exists) e = StartJournal();
   if (!e.ok()) {
     Unlock();
@@ -386,21 +522,11 @@ Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
       records.insert(records.end(), rec.begin(), rec.end());
     }
   }
-  if (changed) {
-    if (!loaded_.exists) {
-      e = Fold();  // the first change makes the file
-    } else {
-      e = Append(records);
-      // A failed fold leaves the changes safe in the journal; the next statement tries again.
-      if (e.ok() && applied_ > loaded_.size) Fold();
-    }
-    if (!e.ok()) {
-      loaded_ = Unknown();  // the model holds changes the file does not
-      rowCounts->clear();
-      *failedSet = sets.size();
-      Unlock();
-      return e;
-    }
+  if (changed && !(e = Save(records)).ok()) {
+    rowCounts->clear();
+    *failedSet = sets.size();
+    Unlock();
+    return e;
   }
   Unlock();
   return failed;
@@ -422,6 +548,7 @@ Error Database::ExecuteEngine(const std::string& sql, bool query,
   Error e = write ? CheckWritable(options_.path) : Error();
   if (e.ok()) e = Lock(write, write);
   if (e.ok()) e = Refresh();
+  if (e.ok() && write) e = CheckNotEncrypted();
   if (!e.ok()) {
     Unlock();
     return e;

@@ -1,19 +1,38 @@
 // Database: one connection's hold on a workbook file. It keeps the workbook model in memory
-// and makes every change durable before returning, through a redo journal beside the file
-// ("<workbook>-journal" beside the file a symbolic link names, format in Journal.h) that is folded
-// into the .xls on Close() and whenever it grows past the workbook's size. Processes and
-// connections are serialized by flock() on the journal: writers exclusively, readers shared. See
-// README.md, "Durability".
+// and writes every change it accepts to a redo journal beside the file ("<workbook>-journal"
+// beside the file a symbolic link names, format in Journal.h) before returning; the journal
+// is folded into the .xls on Close() and whenever it grows past the workbook's size (and
+// options.foldFloorBytes). Processes and connections are serialized by flock() on the journal:
+// writers exclusively, readers shared. See README.md, "Durability" and "Locking".
+//
+// A journal file only ever grows by whole records or is cut back to the end of its last whole
+// one; a fold, or a journal found stale, removes it and the next change starts a new file. So
+// a connection that finds the journal it holds still linked and as long as what it applied
+// knows that no other connection changed anything, without looking at the workbook.
+//
+// What a change that returned survives, by options.sync (SYNC=):
+//   kFull    every returned change is flushed (fsync) before it returns: it survives the
+//            process being killed and a power cut.
+//   kNormal  every returned change is in the journal through a plain write, so it survives the
+//            process being killed; the journal is flushed on fold, Flush() (COMMIT), Close(),
+//            and by the first statement that finds the last flush older than
+//            options.flushIntervalMs. A power cut can lose what was not flushed yet.
+//   kOff     flushed only by folds and Close(): for bulk loads. Survives the process being
+//            killed; a power cut can lose every change since the last fold.
+// In every mode a power cut leaves a whole workbook, and the journal gives back a prefix of
+// the changes it held (records are whole or ignored).
 //
 // Ownership: the Database owns its model and file descriptors. Results it hands out share
 // the model snapshot they were made from. Not for use from two threads at once.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "odbc-driver/ConnectionString.h"
 #include "odbc-driver/Error.h"
 #include "odbc-driver/Executor.h"
 #include "odbc-driver/WorkbookStore.h"
@@ -28,7 +47,17 @@ struct DatabaseOptions {
   bool create = false;  // CREATE_DB: a missing file is made by the first change
   bool readOnly = false;
   bool firstRowHasNames = true;
+  // Opens an encrypted workbook (PWD); Excel's default password, which protects a file
+  // against editing only, is always tried first.
+  std::string password;
+  SyncMode sync = SyncMode::kNormal;
   int lockTimeoutMs = 30000;
+  int flushIntervalMs = 1000;  // kNormal: the age of the last flush that makes a statement flush
+  // The journal is folded once it holds more than the workbook's size and this many bytes:
+  // a bulk load into a small workbook then writes the workbook once, at the end, rather than
+  // each time the journal outgrows it. Replaying this much costs about what running the
+  // statements did.
+  std::uint64_t foldFloorBytes = std::uint64_t{64} << 20;
 };
 
 class Database {
@@ -39,13 +68,17 @@ class Database {
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
-  // Runs one statement on the current state of the file. A change is on disk (journal or
-  // workbook) when this returns OK; on failure nothing changed.
+  // Runs one statement on the current state of the file. A change is in the journal or the
+  // workbook when this returns OK, flushed as options.sync says; on failure nothing changed.
   Error Execute(const std::string& sql, const Statement& st, const std::vector<Value>& parameters,
                 Outcome* out);
 
   // The current state, for catalog calls.
   Error Snapshot(std::shared_ptr<const xls::Workbook>* out);
+
+  // Flushes to disk what this connection wrote to the journal and has not flushed yet (see
+  // the modes above); OK at once when there is nothing. COMMIT of a transaction calls it.
+  Error Flush();
 
   // Folds the journal into the workbook and removes it. Also run by the destructor.
   Error Close();
@@ -60,13 +93,26 @@ class Database {
 
   Error Lock(bool exclusive, bool create);
   void Unlock();
+  void DropJournal();
+  // Under the lock: brings the model up to the file and the journal.
+  Error CatchUp();
   Error Refresh();
   Error EnsureBaseHash();
   Error ReplayJournal();
   Error StartJournal();
-  // Appends whole encoded journal records and syncs them.
+  // Makes a change the model holds durable: the first change of a new file writes it, any
+  // other appends its journal records (and flushes them as the mode says) and folds a
+  // journal that has grown past the workbook. On failure the model is read again later.
+  Error Save(const std::vector<std::uint8_t>& records);
+  // Appends whole encoded journal records, flushing them as the mode says.
   Error Append(const std::vector<std::uint8_t>& records);
-  Error Fold();
+  Error SyncJournal();
+  Error FlushIfDue();
+  // closing: the journal is not started again, so the new bytes need no hash.
+  Error Fold(bool closing = false);
+  Error CheckWritableOnce();
+  // A change to a workbook read with a password is refused (kReadOnly).
+  Error CheckNotEncrypted() const;
 
   DatabaseOptions options_;
   std::string file_;  // options_.path with symbolic links followed, resolved at Open
@@ -78,13 +124,19 @@ class Database {
   bool baseHashKnown_ = false;
   int journalFd_ = -1;  // open and locked during a statement
   bool locked_ = false;
+  FileId journal_;             // journalFd_'s file as found when it was last locked
   std::uint64_t applied_ = 0;  // journal bytes already in the model (0: none read yet)
+  // Checked before this connection first touches a journal with a change, and again for
+  // each new journal: a workbook the user may not write refuses changes.
+  bool writableChecked_ = false;
+  bool unsynced_ = false;  // this connection wrote journal bytes it has not flushed
+  std::chrono::steady_clock::time_point lastFlush_;
   bool closed_ = false;
 
  public:
   // Arrays of parameters: runs st, which changes data, once per parameter set in order under
-  // one lock, and makes the changes durable together: one journal write and one sync at the
-  // end (or one fold when the batch creates the workbook), so N sets cost one sync, not N.
+  // one lock, and saves the changes together: one journal write at the end, flushed as one
+  // (or one fold when the batch creates the workbook), so N sets cost one sync at most.
   // Stops at the first set that fails; the sets before it are kept and saved, one count of
   // rows each in *rowCounts. On failure *failedSet is that set's index, or sets.size() when
   // saving failed: then no set is kept (rowCounts is empty) and the model is read again.

@@ -19,18 +19,25 @@ namespace {
 
 int CauseFromErrno(int err) {
   switch (err) {
-    case ENOENT: return CFileException::fileNotFound;
+    case ENOENT:
+      return CFileException::fileNotFound;
     case ENOTDIR:
     case ENAMETOOLONG:
-    case EISDIR: return CFileException::badPath;
+    case EISDIR:
+      return CFileException::badPath;
     case EMFILE:
-    case ENFILE: return CFileException::tooManyOpenFiles;
+    case ENFILE:
+      return CFileException::tooManyOpenFiles;
     case EACCES:
     case EPERM:
-    case EROFS: return CFileException::accessDenied;
-    case ENOSPC: return CFileException::diskFull;
-    case EIO: return CFileException::hardIO;
-    default: return CFileException::genericException;
+    case EROFS:
+      return CFileException::accessDenied;
+    case ENOSPC:
+      return CFileException::diskFull;
+    case EIO:
+      return CFileException::hardIO;
+    default:
+      return CFileException::genericException;
   }
 }
 
@@ -47,7 +54,8 @@ CFileException::CFileException(int cause, long osError, const char* fileName)
 
 CFile::CFile(LPCTSTR fileName, UINT openFlags) {
   CFileException error(CFileException::none, 0, fileName);
-  if (!Open(fileName, openFlags, &error)) ThrowFileError(static_cast<int>(error.m_lOsError), fileName);
+  if (!Open(fileName, openFlags, &error))
+    ThrowFileError(static_cast<int>(error.m_lOsError), fileName);
 }
 
 CFile::~CFile() { Abort(); }
@@ -56,13 +64,26 @@ BOOL CFile::Open(LPCTSTR fileName, UINT openFlags, CFileException* error) {
   Abort();
   int flags = O_BINARY | O_CLOEXEC;
   switch (openFlags & 0x3) {
-    case modeWrite: flags |= O_WRONLY; break;
-    case modeReadWrite: flags |= O_RDWR; break;
-    default: flags |= O_RDONLY; break;
+    case modeWrite:
+      flags |= O_WRONLY;
+      break;
+    case modeReadWrite:
+      flags |= O_RDWR;
+      break;
+    default:
+      flags |= O_RDONLY;
+      break;
   }
+  bool cut = false;
   if (openFlags & modeCreate) {
     flags |= O_CREAT;
+#if defined(_WIN32)
     if (!(openFlags & modeNoTruncate)) flags |= O_TRUNC;
+#else
+    // Emptied at the end, not now: see the header on ext4's flush after a truncation.
+    cut = !(openFlags & modeNoTruncate) && (openFlags & 0x3) != modeRead;
+    if ((openFlags & 0x3) == modeRead && !(openFlags & modeNoTruncate)) flags |= O_TRUNC;
+#endif
   }
   int fd;
   do {
@@ -79,7 +100,19 @@ BOOL CFile::Open(LPCTSTR fileName, UINT openFlags, CFileException* error) {
   }
   fd_ = fd;
   path_ = fileName;
+  cutPending_ = cut;
+  written_ = 0;
   return TRUE;
+}
+
+int CFile::CutToWritten() {
+#if defined(_WIN32)
+  return 0;
+#else
+  if (!cutPending_) return 0;
+  cutPending_ = false;
+  return fileio::Sys().ftruncate(fd_, static_cast<off_t>(written_)) == 0 ? 0 : errno;
+#endif
 }
 
 UINT CFile::Read(void* buffer, UINT count) {
@@ -94,25 +127,30 @@ void CFile::Write(const void* buffer, UINT count) {
   const char* p = static_cast<const char*>(buffer);
   while (count > 0) {
     ssize_t n = fileio::Sys().write(fd_, p, count);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      ThrowFileError(errno, path_);
+    if (n <= 0) {
+      if (n < 0 && errno == EINTR) continue;
+      const int err = n < 0 ? errno : ENOSPC;
+      CutToWritten();  // what was written stays, nothing of the old bytes after it
+      ThrowFileError(err, path_);
     }
-    if (n == 0) ThrowFileError(ENOSPC, path_);
     p += n;
+    written_ += static_cast<unsigned long long>(n);
     count -= static_cast<UINT>(n);
   }
 }
 
 void CFile::Close() {
   if (fd_ < 0) return;
+  const int cutError = CutToWritten();
   int fd = fd_;
   fd_ = -1;
   if (fileio::Sys().close(fd) != 0 && errno != EINTR) ThrowFileError(errno, path_);
+  if (cutError != 0) ThrowFileError(cutError, path_);
 }
 
 void CFile::Abort() {
   if (fd_ < 0) return;
+  CutToWritten();
   fileio::Sys().close(fd_);
   fd_ = -1;
 }

@@ -7,6 +7,15 @@
 //
 // Every system call goes through the file seam's table (fileio/SysCalls.h), so that tests
 // can fail the Nth call.
+//
+// modeCreate without modeNoTruncate empties an existing file, but on POSIX not when it is
+// opened: the new bytes are written over the old ones from the start of the same file and
+// the file is cut at their end when it is closed (or when a write fails, or on Abort). On
+// ext4, a file truncated to zero and then written is flushed to disk when it is closed
+// (the auto_da_alloc heuristic for programs that replace a file without fsync), and the
+// next truncation waits for that write; rewriting a file that way costs a disk flush per
+// save. A rewrite that fails leaves what was written; one that fails before writing
+// anything leaves the old bytes. On Windows the file is truncated when opened.
 #pragma once
 
 #include <cstddef>
@@ -17,9 +26,23 @@
 
 class SPREADSHEET_API CFileException : public CException {
  public:
-  enum Cause { none, genericException, fileNotFound, badPath, tooManyOpenFiles, accessDenied,
-               invalidFile, removeCurrentDir, directoryFull, badSeek, hardIO, sharingViolation,
-               lockViolation, diskFull, endOfFile };
+  enum Cause {
+    none,
+    genericException,
+    fileNotFound,
+    badPath,
+    tooManyOpenFiles,
+    accessDenied,
+    invalidFile,
+    removeCurrentDir,
+    directoryFull,
+    badSeek,
+    hardIO,
+    sharingViolation,
+    lockViolation,
+    diskFull,
+    endOfFile
+  };
   CFileException(int cause, long osError, const char* fileName);
   int m_cause;
   long m_lOsError;  // errno
@@ -62,8 +85,13 @@ class SPREADSHEET_API CFile {
   const CString& GetFilePath() const { return path_; }
 
  private:
+  // Cuts the file at what was written when it is to be emptied (see above); errno on failure.
+  int CutToWritten();
+
   int fd_ = -1;
   CString path_;
+  bool cutPending_ = false;  // opened to be emptied: the end of written_ is the end of the file
+  unsigned long long written_ = 0;
 };
 
 class SPREADSHEET_API CArchive {

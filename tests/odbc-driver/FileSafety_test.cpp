@@ -155,4 +155,70 @@ TEST(FileSafetyTest, ReadOnlyWorkbookRefusesChangesAndStaysByteIdentical) {
 }
 
 }  // namespace
+// Encrypted workbooks: PWD opens them (Excel's default password needs none), a missing or
+// wrong password is 28000, and changes are refused rather than saved without the password.
+TEST(FileSafetyTest, EncryptedWorkbooksOpenWithTheirPasswordAndRefuseChanges) {
+  TempDir dir;
+  struct Case {
+    const char* seed;
+    const char* pwd;  // nullptr: no PWD key
+    const char* state;  // of the connect; "" when it opens
+  } cases[] = {
+      {"encrypted-cryptoapi128-s3cret", nullptr, "28000"},
+      {"encrypted-cryptoapi128-s3cret", "wrong", "28000"},
+      {"encrypted-cryptoapi128-s3cret", "s3cret", ""},
+      {"encrypted-rc4-default", nullptr, ""},
+  };
+  for (const Case& c : cases) {
+    const std::string book = dir.file(std::string(c.seed) + ".xls");
+    std::filesystem::copy_file(std::string(XLS_CORPUS) + "/" + c.seed, book,
+                               std::filesystem::copy_options::overwrite_existing);
+    const std::string bytes = Bytes(book);
+    xls::Workbook plain;
+    xls::ReadOptions read;
+    read.password = c.pwd ? c.pwd : "";
+    const bool readable = xls::ReadWorkbook(book, read, &plain).ok();
+    std::string cs = LibraryConnectionString(book);
+    if (c.pwd) cs += std::string(";PWD=") + c.pwd;
+    Connection conn;
+    Diag d = conn.Open(cs);
+    EXPECT_EQ(d.state, c.state) << c.seed << ": " << d.message;
+    if (!d.ok()) {
+      EXPECT_NE(d.message.find("encrypted"), std::string::npos) << d.message;
+      continue;
+    }
+    ASSERT_TRUE(readable);
+    ASSERT_FALSE(plain.sheets().empty());
+    const std::string sheet = plain.sheets()[0].name();
+    Diag q;
+    auto rows = conn.Query("SELECT * FROM [" + sheet + "$]", &q);
+    EXPECT_TRUE(q.ok()) << q.message;
+    EXPECT_EQ(static_cast<int>(rows.size()), plain.sheets()[0].usedRows()) << c.seed;
+    Diag change = conn.Exec("CREATE TABLE [New] ([a] char(10))");
+    EXPECT_EQ(change.state, "HY000") << change.message;
+    EXPECT_NE(change.message.find("password-protected"), std::string::npos) << change.message;
+    conn.Close();
+    EXPECT_EQ(Bytes(book), bytes) << c.seed;
+  }
+}
+
+// A workbook keeps its format when the driver saves it: an .xlsx stays Office Open XML.
+TEST(FileSafetyTest, AnXlsxWorkbookIsSavedAsXlsx) {
+  TempDir dir;
+  const std::string book = dir.file("book.xlsx");
+  {
+    Connection c;
+    ASSERT_TRUE(c.Open(LibraryConnectionString(book)).ok());
+    ASSERT_TRUE(c.Exec("CREATE TABLE [S] ([n] char(255))").ok());
+    ASSERT_TRUE(c.Exec("INSERT INTO [S] VALUES ('one')").ok());
+  }
+  const std::string bytes = Bytes(book);
+  EXPECT_EQ(bytes.substr(0, 4), std::string("PK\3\4", 4));
+  EXPECT_EQ(RowsIn(book), 1);
+  Connection c;
+  ASSERT_TRUE(c.Open(LibraryConnectionString(book)).ok());
+  EXPECT_EQ(c.Query("SELECT * FROM [S$]"),
+            (std::vector<std::vector<std::string>>{{"n"}, {"one"}}));
+}
+
 }  // namespace xlsodbc::test

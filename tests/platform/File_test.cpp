@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -93,9 +94,10 @@ TEST(FileTest, OpenFailureFillsTheException) {
 }
 
 // A text file is rewritten in place through a 4096-byte buffer: 10,000 bytes leave as
-// open, three writes (4096 + 4096 + 1808) and close. Failing each call in turn, once or for
-// good: the error reaches the caller, and the file holds what had been written by then
-// (the old bytes when the open failed, before anything was truncated).
+// open, three writes (4096 + 4096 + 1808), the cut at their end and close. Failing each call
+// in turn, once or for good: the error reaches the caller, and the file holds what had been
+// written by then (the old bytes when the open failed, or when the disk failed for good
+// before anything was written: there was nothing to write over them and no cut).
 TEST(ArchiveWriteTest, EachFailingCallIsReportedAndLeavesWhatWasWritten) {
   TempDir dir;
   const std::string path = dir.file("out");
@@ -104,14 +106,13 @@ TEST(ArchiveWriteTest, EachFailingCallIsReportedAndLeavesWhatWasWritten) {
     int cause;
     std::size_t size;                                  // SIZE_MAX: the old contents
   } expected[] = {{CFileException::hardIO, SIZE_MAX},  // open
-                  {CFileException::diskFull, 0},
-                  {CFileException::diskFull, 4096},
-                  {CFileException::diskFull, 8192},
-                  {CFileException::hardIO, 10000}};  // close
+                  {CFileException::diskFull, 0},      {CFileException::diskFull, 4096},
+                  {CFileException::diskFull, 8192},   {CFileException::hardIO, 10000},  // the cut
+                  {CFileException::hardIO, 10000}};                                     // close
   for (FailNth::Mode mode : {FailNth::kOnce, FailNth::kForGood}) {
     bool completed = false;
     for (int n = 1; !completed; ++n) {
-      ASSERT_LE(n, 6) << "more calls than the rewrite makes";
+      ASSERT_LE(n, 7) << "more calls than the rewrite makes";
       WriteFile(path, "old");
       int cause = CFileException::none;
       {
@@ -131,10 +132,11 @@ TEST(ArchiveWriteTest, EachFailingCallIsReportedAndLeavesWhatWasWritten) {
       const std::string bytes = ReadFile(path);
       if (completed) {
         EXPECT_EQ(cause, CFileException::none);
-        EXPECT_EQ(bytes.size(), 10000u);
+        EXPECT_EQ(bytes, std::string(10000, 'w'));
         continue;
       }
-      const Expected& e = expected[n - 1];
+      Expected e = expected[n - 1];
+      if (n == 2 && mode == FailNth::kForGood) e.size = SIZE_MAX;
       EXPECT_EQ(cause, e.cause) << "call " << n;
       if (e.size == SIZE_MAX) {
         EXPECT_EQ(bytes, "old") << "call " << n;
@@ -142,6 +144,31 @@ TEST(ArchiveWriteTest, EachFailingCallIsReportedAndLeavesWhatWasWritten) {
         EXPECT_EQ(bytes, std::string(e.size, 'w')) << "call " << n;
       }
     }
+  }
+}
+
+// Rewriting over a longer file leaves exactly the new bytes, in the same file (same inode:
+// links and open readers keep following it), and no other file beside it.
+TEST(ArchiveWriteTest, RewriteOverALongerFileKeepsTheFileAndOnlyTheNewBytes) {
+  TempDir dir;
+  const std::string path = dir.file("out");
+  struct Case {
+    std::string old, written;
+  } cases[] = {{std::string(9000, 'o'), "short\r\n"},
+               {"old", std::string(5000, 'n')},
+               {std::string(100, 'o'), ""}};
+  for (const Case& c : cases) {
+    WriteFile(path, c.old);
+    std::filesystem::create_hard_link(path, dir.file("link"));
+    CFile file(path.c_str(), CFile::modeCreate | CFile::modeWrite | CFile::shareDenyNone);
+    CArchive archive(&file, CArchive::store, 4096);
+    archive.WriteString(c.written.c_str());
+    archive.Close();
+    file.Close();
+    EXPECT_EQ(ReadFile(path), c.written);
+    EXPECT_EQ(ReadFile(dir.file("link")), c.written) << "not rewritten in place";
+    std::filesystem::remove(dir.file("link"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
   }
 }
 
