@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "odbc-driver/CellText.h"
+#include "odbc-driver/TableRegion.h"
 #include "odbc-driver/Where.h"
 #include "xls/Strings.h"
 
@@ -15,17 +16,6 @@ namespace {
 using xls::Cell;
 using xls::Sheet;
 using xls::Workbook;
-
-bool EqualNoCase(const std::string& a, const std::string& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x + 32);
-    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y + 32);
-    if (x != y) return false;
-  }
-  return true;
-}
 
 std::string Quote(const std::string& name) { return "'" + name + "'"; }
 
@@ -43,88 +33,8 @@ Error TableNotFound(const TableRef& t) {
                "Table " + Quote(t.sheet) + " not found: the workbook has no sheet of that name.");
 }
 
-// The rectangle a table covers on its sheet, trimmed to what holds values.
-struct TableView {
-  bool empty = true;  // no cells at all: no columns, no rows
-  int top = 0, left = 0, right = -1;
-  int firstData = 0, lastData = -1;  // records, inclusive
-  std::vector<std::string> names;
-};
-
 const std::vector<Cell>* RowAt(const Sheet& s, int r) {
   return r < static_cast<int>(s.rows().size()) ? &s.rows()[static_cast<std::size_t>(r)] : nullptr;
-}
-
-// Last non-empty column of row r within [left, right], or -1.
-int LastInRow(const Sheet& s, int r, int left, int right) {
-  const auto* row = RowAt(s, r);
-  if (!row) return -1;
-  for (int c = std::min(right, static_cast<int>(row->size()) - 1); c >= left; --c) {
-    if (!(*row)[static_cast<std::size_t>(c)].isEmpty()) return c;
-  }
-  return -1;
-}
-
-// Last row at or above maxRow holding a value in [left, right], or -1. Scans up from the
-// bottom, so appending to a table costs as much as its last row, not its height.
-int LastRowInColumns(const Sheet& s, int left, int right, int maxRow) {
-  for (int r = std::min(maxRow, static_cast<int>(s.rows().size()) - 1); r >= 0; --r) {
-    if (LastInRow(s, r, left, right) >= 0) return r;
-  }
-  return -1;
-}
-
-void NameColumns(const Sheet& s, bool firstRowHasNames, bool date1904, TableView* v) {
-  v->names.clear();
-  std::string text;
-  for (int c = v->left; c <= v->right; ++c) {
-    bool named = firstRowHasNames && CellText(s.at(v->top, c), date1904, &text) && !text.empty();
-    v->names.push_back(named ? text : "F" + std::to_string(c - v->left + 1));
-  }
-}
-
-TableView Resolve(const Sheet& s, const TableRef& t, bool firstRowHasNames, bool date1904) {
-  TableView v;
-  int top, left, bottom, right;
-  if (t.hasRange) {
-    top = t.range.top;
-    left = t.range.left;
-    bottom = -1;
-    right = -1;
-    int lastRow = std::min(t.range.bottom, static_cast<int>(s.rows().size()) - 1);
-    for (int r = top; r <= lastRow; ++r) {
-      int c = LastInRow(s, r, left, t.range.right);
-      if (c >= 0) {
-        bottom = r;
-        right = std::max(right, c);
-      }
-    }
-    if (bottom < 0) return v;
-  } else {
-    bottom = s.usedRows() - 1;
-    if (bottom < 0) return v;
-    right = s.usedColumns() - 1;
-    top = 0;
-    while (LastInRow(s, top, 0, right) < 0) ++top;
-    left = right;
-    for (int r = top; r <= bottom && left > 0; ++r) {
-      const auto* row = RowAt(s, r);
-      for (int c = 0; c < left && c < static_cast<int>(row->size()); ++c) {
-        if (!(*row)[static_cast<std::size_t>(c)].isEmpty()) {
-          left = c;
-          break;
-        }
-      }
-    }
-  }
-  v.empty = false;
-  v.top = top;
-  v.left = left;
-  v.right = right;
-  v.firstData = firstRowHasNames ? top + 1 : top;
-  v.lastData = bottom;
-  NameColumns(s, firstRowHasNames, date1904, &v);
-  return v;
 }
 
 // The table a query reads. A sheet with no values has the used range A1, so it reads as one
@@ -132,7 +42,7 @@ TableView Resolve(const Sheet& s, const TableRef& t, bool firstRowHasNames, bool
 // spreadsheet library sees of an empty or dropped sheet.
 TableView ResolveForReading(const Sheet& s, const TableRef& t, bool firstRowHasNames,
                             bool date1904) {
-  TableView v = Resolve(s, t, firstRowHasNames, date1904);
+  TableView v = ResolveTable(s, t, firstRowHasNames, date1904);
   if (v.empty && !t.hasRange) {
     v.empty = false;
     v.firstData = firstRowHasNames ? 1 : 0;
@@ -141,17 +51,6 @@ TableView ResolveForReading(const Sheet& s, const TableRef& t, bool firstRowHasN
     v.names = {"F1"};
   }
   return v;
-}
-
-// Column index within the view: exact name first, then ignoring ASCII case; -1 if none.
-int FindColumn(const TableView& v, const std::string& name) {
-  for (std::size_t i = 0; i < v.names.size(); ++i) {
-    if (v.names[i] == name) return static_cast<int>(i);
-  }
-  for (std::size_t i = 0; i < v.names.size(); ++i) {
-    if (EqualNoCase(v.names[i], name)) return static_cast<int>(i);
-  }
-  return -1;
 }
 
 Error ColumnNotFound(const std::string& col, const TableRef& t) {
@@ -435,7 +334,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
     // top of the values in its columns (the spreadsheet library declares its table again
     // over [Sheet1$A4:IV65536] before each save, with the header in row 1).
     int right = t.hasRange ? t.range.right : xls::kMaxColumns - 1;
-    TableView used = Resolve(*existing, t, true, book.date1904);
+    TableView used = ResolveTable(*existing, t, true, book.date1904);
     if (!t.hasRange) left = used.left, top = used.top;
     auto headerIs = [&](int row) {
       std::string text;
@@ -552,7 +451,7 @@ Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Wor
   const TableRef t = NamedTable(book, st.table);
   const Sheet* s = book.findSheet(t.sheet);
   if (!s) return TableNotFound(t);
-  TableView v = Resolve(*s, t, o.firstRowHasNames, book.date1904);
+  TableView v = ResolveTable(*s, t, o.firstRowHasNames, book.date1904);
   std::vector<int> cols;
   std::vector<Value> values(st.values.size());
   for (std::size_t i = 0; i < st.columns.size(); ++i) {

@@ -19,13 +19,13 @@ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DSPREADSHEET_FUZZ=ON -DSPREADSHEET_SANITIZE=ON \
   -DSPREADSHEET_BUILD_TESTS=OFF -DSPREADSHEET_BUILD_BENCH=OFF >/dev/null
 targets=()
-for spec in "$@"; do targets+=("${spec%%=*}_fuzzer"); done
+for entry in "$@"; do targets+=("${entry%%=*}_fuzzer"); done
 cmake --build "$build" --target "${targets[@]}"
 
 artifacts=$build/fuzz-artifacts
 mkdir -p "$artifacts"
-for spec in "$@"; do
-  IFS='=' read -r name corpus maxlen <<<"$spec"
+for entry in "$@"; do
+  IFS='=' read -r name corpus maxlen <<<"$entry"
   binary=$(find "$build" -name "${name}_fuzzer" -type f -perm -u+x | head -n1)
   work=$(mktemp -d)
   cp "$root/$corpus"/* "$work"/
