@@ -346,4 +346,35 @@ struct MulBlankRecord {
   }
 };
 
+// FORMULA: a cell's cached result, options, and its formula's tokens ([MS-XLS] 2.4.127).
+// The result is 8 bytes: a double, or bytes 6-7 0xFFFF and byte 0 the kind (0 string, in a
+// STRING record next; 1 boolean and 2 error, each in byte 2; 3 empty text). Bytes past the
+// tokens (array and table data) are neither read nor written. Decoding into the same struct
+// again reuses the tokens' storage.
+struct FormulaRecord {
+  CellHead cell;
+  std::uint8_t result[8] = {};
+  std::uint16_t options = 0;
+  std::vector<std::uint8_t> tokens;
+  void EncodeTo(RecordWriter& w) const {
+    cell.BeginRecord(w, rec::kFormula);
+    w.Bytes(result, sizeof result);
+    w.U16(options);
+    w.U32(0);  // a cache id no reader uses
+    w.U16(static_cast<std::uint16_t>(tokens.size()));
+    w.Bytes(tokens.data(), tokens.size());
+    w.End();
+  }
+  [[nodiscard]] bool DecodeFrom(const Record& r) {
+    if (r.size < 22) return false;
+    const std::size_t cce = GetU16(r.data + 20);
+    if (r.size - 22 < cce) return false;
+    cell = CellHead::At(r.data);
+    std::memcpy(result, r.data + 6, sizeof result);
+    options = GetU16(r.data + 14);
+    tokens.assign(r.data + 22, r.data + 22 + cce);
+    return true;
+  }
+};
+
 }  // namespace xls

@@ -392,6 +392,7 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
   // Decoded into again and again: their vectors keep their storage across records.
   MulRkRecord mulRk;
   MulBlankRecord mulBlank;
+  FormulaRecord formula;
   while (cur.Next(&r, &st)) {
     const std::uint8_t* p = r.data;
     const std::size_t n = r.size;
@@ -502,6 +503,9 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         if (biff_ == 2 && r.id == rec::kFormula) {  // row, column, 3 attribute bytes, result
           if (n < 15) return DamagedRecord(r, "too short");
           PutFormulaResult(sheet, p, n, p + 7, Biff2Xf(p + 4), &st);
+        } else if (biff_ >= 5) {  // under any of the three identifiers, as generators write
+          if (!formula.DecodeFrom(r)) return DamagedRecord(r, "too short for its formula");
+          PutFormulaResult(sheet, p, n, formula.result, formula.cell.xf, &st);
         } else {
           if (n < 14) return DamagedRecord(r, "too short");
           PutFormulaResult(sheet, p, n, p + 6, GetU16(p + 4), &st);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -122,6 +123,15 @@ MulBlankRecord TwoBlanks() {
   m.xfs = {21, 22};
   return m;
 }
+FormulaRecord CachedTrue() {
+  FormulaRecord f;
+  f.cell = {1, 1, 15};
+  const std::uint8_t result[8] = {1, 0, 1, 0, 0, 0, 0xFF, 0xFF};  // boolean TRUE
+  std::memcpy(f.result, result, sizeof result);
+  f.options = 0x0002;                            // calculate on load
+  f.tokens = {0x24, 0, 0, 0, 0xC0, 0x1E, 2, 0, 0x05};  // tRef A1, tInt 2, tMul
+  return f;
+}
 
 Window2Record ActiveWindow() {
   Window2Record w;
@@ -168,6 +178,10 @@ TEST(XlsRecords, EachEncodesToItsLayoutAndDecodesBack) {
            "BD 00 18 00 04 00 01 00 0F 00 00 00 F0 3F 10 00 0A 00 00 00 11 00 93 0C 00 00 03 00",
            true),
       Make("MULBLANK", TwoBlanks(), "BE 00 0A 00 09 00 03 00 15 00 16 00 04 00", true),
+      Make("FORMULA", CachedTrue(),
+           "06 00 1F 00 01 00 01 00 0F 00 01 00 01 00 00 00 FF FF 02 00 00 00 00 00 09 00 24 00 "
+           "00 00 C0 1E 02 00 05",
+           true),
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.record);
