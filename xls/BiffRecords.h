@@ -377,4 +377,13 @@ struct FormulaRecord {
   }
 };
 
+// LABEL (BIFF8): a cell's text in the record itself, as some generators write instead of
+// LABELSST.
+struct LabelRecord {
+  CellHead cell;
+  std::string text;
+  void EncodeTo(RecordWriter& w) const;
+  [[nodiscard]] bool DecodeFrom(const Record& r);
+};
+
 }  // namespace xls

@@ -434,13 +434,19 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
       case rec::kLabel:
       case rec::kRString: {
         if (n < 8) return DamagedRecord(r, "too short");
+        if (biff_ >= 8 && r.id == rec::kLabel) {
+          LabelRecord label;
+          if (!label.DecodeFrom(r)) return DamagedRecord(r, "the text runs past the record");
+          Put(sheet, p, n, Cell::Text(label.text), label.cell.xf, &st);
+          break;
+        }
         std::string text;
-        if (biff_ >= 8) {
+        if (biff_ >= 8) {  // RSTRING
           SegmentReader in;
           in.Add(p + 6, n - 6);
-          // Rich-text runs after the characters of RSTRING are not part of the string.
-          if (!in.String(false, &text) && r.id == rec::kLabel)
-            return DamagedRecord(r, "the text runs past the record");
+          // Rich-text runs after the characters are not part of the string; a string cut
+          // short is kept as far as it goes.
+          in.String(false, &text);
         } else if (!ByteString(p + 6, n - 6, 2, &text)) {
           return DamagedRecord(r, "the text runs past the record");
         }

@@ -182,6 +182,10 @@ TEST(XlsRecords, EachEncodesToItsLayoutAndDecodesBack) {
            "06 00 1F 00 01 00 01 00 0F 00 01 00 01 00 00 00 FF FF 02 00 00 00 00 00 09 00 24 00 "
            "00 00 C0 1E 02 00 05",
            true),
+      Make("LABEL", LabelRecord{{2, 3, 15}, "abc"},
+           "04 02 0C 00 02 00 03 00 0F 00 03 00 00 61 62 63", true),
+      Make("LABEL UTF-16", LabelRecord{{2, 3, 15}, "日"}, "04 02 0B 00 02 00 03 00 0F 00 01 00 01 E5 65",
+           true),
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.record);
