@@ -1,6 +1,7 @@
-// The BIFF8 records the codec writes, and reads outside its per-cell hot loop, one struct
-// each: its fields in file order, EncodeTo appending the whole record (header included) and
-// DecodeFrom reading a record's data back. The layout of a record is here and nowhere else.
+// The BIFF8 records the codec writes and reads, one struct each: its fields in file order,
+// EncodeTo appending the whole record (header included) and DecodeFrom reading a record's
+// data back. The layout of a record is here and nowhere else. The cell records' members
+// are inline: the reader's per-cell loop decodes one a cell, as fast as reading in place.
 //
 // DecodeFrom is false when the data is shorter than the record's fixed part or a string in
 // it runs past the end; it never reads outside [r.data, r.data + r.size). Extra trailing
@@ -187,7 +188,7 @@ struct CellHead {
   static CellHead At(const std::uint8_t* p) { return {GetU16(p), GetU16(p + 2), GetU16(p + 4)}; }
 };
 
-// NUMBER: a cell's IEEE double. Inline: written once a cell.
+// NUMBER: a cell's IEEE double.
 struct NumberRecord {
   CellHead cell;
   double value = 0;
