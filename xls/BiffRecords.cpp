@@ -330,4 +330,16 @@ bool NameRecord::DecodeFrom(const Record& r) {
   return true;
 }
 
+void LabelRecord::EncodeTo(RecordWriter& w) const {
+  cell.BeginRecord(w, rec::kLabel);
+  WriteString(w, text, false);
+  w.End();
+}
+
+bool LabelRecord::DecodeFrom(const Record& r) {
+  if (r.size < 6) return false;
+  cell = CellHead::At(r.data);
+  return StringAt(r, 6, false, &text);
+}
+
 }  // namespace xls

@@ -1,6 +1,7 @@
-// The BIFF8 records the codec writes, and reads outside its per-cell hot loop, one struct
-// each: its fields in file order, EncodeTo appending the whole record (header included) and
-// DecodeFrom reading a record's data back. The layout of a record is here and nowhere else.
+// The BIFF8 records the codec writes and reads, one struct each: its fields in file order,
+// EncodeTo appending the whole record (header included) and DecodeFrom reading a record's
+// data back. The layout of a record is here and nowhere else. The cell records' members
+// are inline: the reader's per-cell loop decodes one a cell, as fast as reading in place.
 //
 // DecodeFrom is false when the data is shorter than the record's fixed part or a string in
 // it runs past the end; it never reads outside [r.data, r.data + r.size). Extra trailing
@@ -8,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -186,7 +188,7 @@ struct CellHead {
   static CellHead At(const std::uint8_t* p) { return {GetU16(p), GetU16(p + 2), GetU16(p + 4)}; }
 };
 
-// NUMBER: a cell's IEEE double. Inline: written once a cell.
+// NUMBER: a cell's IEEE double.
 struct NumberRecord {
   CellHead cell;
   double value = 0;
@@ -252,6 +254,137 @@ struct BlankRecord {
     cell = CellHead::At(r.data);
     return true;
   }
+};
+
+// An RK value: a 30-bit integer (bit 1 set) or the top 30 bits of a double, either divided
+// by 100 when bit 0 is set.
+inline double RkValue(std::uint32_t rk) {
+  double v;
+  if (rk & 2) {
+    v = static_cast<double>(static_cast<std::int32_t>(rk) >> 2);
+  } else {
+    std::uint64_t bits = std::uint64_t{rk & 0xFFFFFFFCu} << 32;
+    std::memcpy(&v, &bits, sizeof v);
+  }
+  return (rk & 1) ? v / 100 : v;
+}
+
+// RK: a cell's number in RK form ([MS-XLS] 2.5.217).
+struct RkRecord {
+  CellHead cell;
+  std::uint32_t rk = 0;
+  double value() const { return RkValue(rk); }
+  void EncodeTo(RecordWriter& w) const {
+    cell.BeginRecord(w, rec::kRk);
+    w.U32(rk);
+    w.End();
+  }
+  [[nodiscard]] bool DecodeFrom(const Record& r) {
+    if (r.size < 10) return false;
+    cell = CellHead::At(r.data);
+    rk = GetU32(r.data + 6);
+    return true;
+  }
+};
+
+// MULRK: numbers in RK form for columns firstColumn.. of one row, each with its XF, then the
+// last column. DecodeFrom is false unless that last column closes the run the record's size
+// gives, so a cut record is not read as a shorter one. Decoding into the same struct again
+// reuses the vector's storage.
+struct MulRkRecord {
+  struct Entry {
+    std::uint16_t xf = 0;
+    std::uint32_t rk = 0;
+  };
+  std::uint16_t row = 0, firstColumn = 0;
+  std::vector<Entry> cells;
+  void EncodeTo(RecordWriter& w) const {
+    w.Begin(rec::kMulRk);
+    w.U16(row);
+    w.U16(firstColumn);
+    for (const Entry& e : cells) {
+      w.U16(e.xf);
+      w.U32(e.rk);
+    }
+    w.U16(static_cast<std::uint16_t>(firstColumn + cells.size() - 1));
+    w.End();
+  }
+  [[nodiscard]] bool DecodeFrom(const Record& r) {
+    if (r.size < 12) return false;
+    const std::size_t count = (r.size - 6) / 6;
+    row = GetU16(r.data);
+    firstColumn = GetU16(r.data + 2);
+    if (std::size_t{GetU16(r.data + 4 + 6 * count)} != firstColumn + count - 1) return false;
+    cells.resize(count);
+    for (std::size_t i = 0; i < count; ++i)
+      cells[i] = {GetU16(r.data + 4 + 6 * i), GetU32(r.data + 6 + 6 * i)};
+    return true;
+  }
+};
+
+// MULBLANK: formatted empty cells in columns firstColumn.. of one row, one XF each, then the
+// last column, checked as MULRK's is.
+struct MulBlankRecord {
+  std::uint16_t row = 0, firstColumn = 0;
+  std::vector<std::uint16_t> xfs;
+  void EncodeTo(RecordWriter& w) const {
+    w.Begin(rec::kMulBlank);
+    w.U16(row);
+    w.U16(firstColumn);
+    for (std::uint16_t xf : xfs) w.U16(xf);
+    w.U16(static_cast<std::uint16_t>(firstColumn + xfs.size() - 1));
+    w.End();
+  }
+  [[nodiscard]] bool DecodeFrom(const Record& r) {
+    if (r.size < 8) return false;
+    const std::size_t count = (r.size - 6) / 2;
+    row = GetU16(r.data);
+    firstColumn = GetU16(r.data + 2);
+    if (std::size_t{GetU16(r.data + 4 + 2 * count)} != firstColumn + count - 1) return false;
+    xfs.resize(count);
+    for (std::size_t i = 0; i < count; ++i) xfs[i] = GetU16(r.data + 4 + 2 * i);
+    return true;
+  }
+};
+
+// FORMULA: a cell's cached result, options, and its formula's tokens ([MS-XLS] 2.4.127).
+// The result is 8 bytes: a double, or bytes 6-7 0xFFFF and byte 0 the kind (0 string, in a
+// STRING record next; 1 boolean and 2 error, each in byte 2; 3 empty text). Bytes past the
+// tokens (array and table data) are neither read nor written. Decoding into the same struct
+// again reuses the tokens' storage.
+struct FormulaRecord {
+  CellHead cell;
+  std::uint8_t result[8] = {};
+  std::uint16_t options = 0;
+  std::vector<std::uint8_t> tokens;
+  void EncodeTo(RecordWriter& w) const {
+    cell.BeginRecord(w, rec::kFormula);
+    w.Bytes(result, sizeof result);
+    w.U16(options);
+    w.U32(0);  // a cache id no reader uses
+    w.U16(static_cast<std::uint16_t>(tokens.size()));
+    w.Bytes(tokens.data(), tokens.size());
+    w.End();
+  }
+  [[nodiscard]] bool DecodeFrom(const Record& r) {
+    if (r.size < 22) return false;
+    const std::size_t cce = GetU16(r.data + 20);
+    if (r.size - 22 < cce) return false;
+    cell = CellHead::At(r.data);
+    std::memcpy(result, r.data + 6, sizeof result);
+    options = GetU16(r.data + 14);
+    tokens.assign(r.data + 22, r.data + 22 + cce);
+    return true;
+  }
+};
+
+// LABEL (BIFF8): a cell's text in the record itself, as some generators write instead of
+// LABELSST.
+struct LabelRecord {
+  CellHead cell;
+  std::string text;
+  void EncodeTo(RecordWriter& w) const;
+  [[nodiscard]] bool DecodeFrom(const Record& r);
 };
 
 }  // namespace xls

@@ -17,17 +17,6 @@ namespace xls {
 
 namespace {
 
-double DecodeRk(std::uint32_t rk) {
-  double v;
-  if (rk & 2) {
-    v = static_cast<double>(static_cast<std::int32_t>(rk) >> 2);
-  } else {
-    std::uint64_t bits = std::uint64_t{rk & 0xFFFFFFFCu} << 32;
-    std::memcpy(&v, &bits, sizeof v);
-  }
-  return (rk & 1) ? v / 100 : v;
-}
-
 std::string Hex(std::uint16_t v) {
   char b[8];
   std::snprintf(b, sizeof b, "0x%04X", v);
@@ -400,6 +389,10 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
                               " at offset " + std::to_string(r.offset) + ")");
   }
   pendingString_ = false;
+  // Decoded into again and again: their vectors keep their storage across records.
+  MulRkRecord mulRk;
+  MulBlankRecord mulBlank;
+  FormulaRecord formula;
   while (cur.Next(&r, &st)) {
     const std::uint8_t* p = r.data;
     const std::size_t n = r.size;
@@ -428,76 +421,97 @@ Status BookReader::ReadSheet(std::size_t offset, Sheet* sheet) {
         break;
       }
       case rec::kLabelSst: {
-        if (n < 10) return DamagedRecord(r, "too short");
-        std::uint32_t index = GetU32(p + 6);
-        if (index >= sst_.size()) {
-          return DamagedRecord(r, "refers to string " + std::to_string(index) + " of a table of " +
-                                      std::to_string(sst_.size()));
+        LabelSstRecord label;
+        if (!label.DecodeFrom(r)) return DamagedRecord(r, "too short");
+        if (label.index >= sst_.size()) {
+          return DamagedRecord(r, "refers to string " + std::to_string(label.index) +
+                                      " of a table of " + std::to_string(sst_.size()));
         }
-        if (Cell* cell = Place(sheet, p, n, CellType::kText, GetU16(p + 4), 0, &st))
-          cell->text.assign(sst_.at(index));
+        if (Cell* cell = Place(sheet, p, n, CellType::kText, label.cell.xf, 0, &st))
+          cell->text.assign(sst_.at(label.index));
         break;
       }
       case rec::kLabel:
       case rec::kRString: {
         if (n < 8) return DamagedRecord(r, "too short");
+        if (biff_ >= 8 && r.id == rec::kLabel) {
+          LabelRecord label;
+          if (!label.DecodeFrom(r)) return DamagedRecord(r, "the text runs past the record");
+          Put(sheet, p, n, Cell::Text(label.text), label.cell.xf, &st);
+          break;
+        }
         std::string text;
-        if (biff_ >= 8) {
+        if (biff_ >= 8) {  // RSTRING
           SegmentReader in;
           in.Add(p + 6, n - 6);
-          // Rich-text runs after the characters of RSTRING are not part of the string.
-          if (!in.String(false, &text) && r.id == rec::kLabel)
-            return DamagedRecord(r, "the text runs past the record");
+          // Rich-text runs after the characters are not part of the string; a string cut
+          // short is kept as far as it goes.
+          in.String(false, &text);
         } else if (!ByteString(p + 6, n - 6, 2, &text)) {
           return DamagedRecord(r, "the text runs past the record");
         }
         Put(sheet, p, n, Cell::Text(text), GetU16(p + 4), &st);
         break;
       }
-      case rec::kNumber:
-        if (n < 14) return DamagedRecord(r, "too short");
-        PutValue(sheet, p, n, CellType::kNumber, GetDouble(p + 6), GetU16(p + 4), &st);
+      case rec::kNumber: {
+        NumberRecord number;
+        if (!number.DecodeFrom(r)) return DamagedRecord(r, "too short");
+        PutValue(sheet, p, n, CellType::kNumber, number.value, number.cell.xf, &st);
         break;
-      case rec::kRk:
-        if (n < 10) return DamagedRecord(r, "too short");
-        PutValue(sheet, p, n, CellType::kNumber, DecodeRk(GetU32(p + 6)), GetU16(p + 4), &st);
+      }
+      case rec::kRk: {
+        RkRecord rk;
+        if (!rk.DecodeFrom(r)) return DamagedRecord(r, "too short");
+        PutValue(sheet, p, n, CellType::kNumber, rk.value(), rk.cell.xf, &st);
         break;
+      }
       case rec::kMulRk: {
-        if (n < 6) return DamagedRecord(r, "too short");
-        std::uint8_t cell[6];
-        std::memcpy(cell, p, 2);
-        std::uint16_t col = GetU16(p + 2);
-        for (std::size_t off = 4; off + 6 <= n - 2 && st.ok(); off += 6, ++col) {
+        if (!mulRk.DecodeFrom(r)) return DamagedRecord(r, "too short, or its last column is wrong");
+        std::uint8_t cell[6] = {};
+        PutU16(cell, mulRk.row);
+        std::uint16_t col = mulRk.firstColumn;
+        for (std::size_t i = 0; i < mulRk.cells.size() && st.ok(); ++i, ++col) {
           PutU16(cell + 2, col);
-          PutValue(sheet, cell, 6, CellType::kNumber, DecodeRk(GetU32(p + off + 2)),
-                   GetU16(p + off), &st);
+          PutValue(sheet, cell, 6, CellType::kNumber, RkValue(mulRk.cells[i].rk),
+                   mulRk.cells[i].xf, &st);
         }
         break;
       }
-      case rec::kBlank:
-        Put(sheet, p, n, Cell(), n >= 6 ? GetU16(p + 4) : 0, &st);
+      case rec::kBlank: {
+        BlankRecord blank;
+        if (!blank.DecodeFrom(r)) return DamagedRecord(r, "too short");
+        Put(sheet, p, n, Cell(), blank.cell.xf, &st);
         break;
+      }
       case rec::kMulBlank: {
-        if (n < 6) return DamagedRecord(r, "too short");
-        std::uint8_t cell[6];
-        std::memcpy(cell, p, 2);
-        std::uint16_t col = GetU16(p + 2);
-        for (std::size_t off = 4; off + 2 <= n - 2 && st.ok(); off += 2, ++col) {
+        if (!mulBlank.DecodeFrom(r))
+          return DamagedRecord(r, "too short, or its last column is wrong");
+        std::uint8_t cell[6] = {};
+        PutU16(cell, mulBlank.row);
+        std::uint16_t col = mulBlank.firstColumn;
+        for (std::size_t i = 0; i < mulBlank.xfs.size() && st.ok(); ++i, ++col) {
           PutU16(cell + 2, col);
-          Put(sheet, cell, 6, Cell(), GetU16(p + off), &st);
+          Put(sheet, cell, 6, Cell(), mulBlank.xfs[i], &st);
         }
         break;
       }
-      case rec::kBoolErr:
-        if (n < 8) return DamagedRecord(r, "too short");
-        Put(sheet, p, n, p[7] ? Cell::Error(p[6]) : Cell::Boolean(p[6] != 0), GetU16(p + 4), &st);
+      case rec::kBoolErr: {
+        BoolErrRecord boolErr;
+        if (!boolErr.DecodeFrom(r)) return DamagedRecord(r, "too short");
+        Put(sheet, p, n,
+            boolErr.isError ? Cell::Error(boolErr.value) : Cell::Boolean(boolErr.value != 0),
+            boolErr.cell.xf, &st);
         break;
+      }
       case rec::kFormula:
       case rec::kFormula3:
       case rec::kFormula4:
         if (biff_ == 2 && r.id == rec::kFormula) {  // row, column, 3 attribute bytes, result
           if (n < 15) return DamagedRecord(r, "too short");
           PutFormulaResult(sheet, p, n, p + 7, Biff2Xf(p + 4), &st);
+        } else if (biff_ >= 5) {  // under any of the three identifiers, as generators write
+          if (!formula.DecodeFrom(r)) return DamagedRecord(r, "too short for its formula");
+          PutFormulaResult(sheet, p, n, formula.result, formula.cell.xf, &st);
         } else {
           if (n < 14) return DamagedRecord(r, "too short");
           PutFormulaResult(sheet, p, n, p + 6, GetU16(p + 4), &st);

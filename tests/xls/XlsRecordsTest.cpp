@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -36,10 +37,12 @@ struct Case {
   // Decodes r into a fresh struct and encodes that; false when DecodeFrom refuses r.
   std::function<bool(const Record&, RecordWriter&)> reencode;
   const char* hex;
+  // Every shorter prefix is refused, not read as a smaller record: cell records.
+  bool refusesPrefixes = false;
 };
 
 template <typename T>
-Case Make(const char* name, T value, const char* hex) {
+Case Make(const char* name, T value, const char* hex, bool refusesPrefixes = false) {
   return {name, [value](RecordWriter& w) { value.EncodeTo(w); },
           [](const Record& r, RecordWriter& w) {
             T back;
@@ -47,7 +50,7 @@ Case Make(const char* name, T value, const char* hex) {
             back.EncodeTo(w);
             return true;
           },
-          hex};
+          hex, refusesPrefixes};
 }
 
 BofRecord SheetBof() {
@@ -106,6 +109,30 @@ ExternSheetRecord TwoSheets() {
   e.entries = {{0, 0, 0}, {0, 2, 2}};
   return e;
 }
+MulRkRecord ThreeNumbers() {
+  MulRkRecord m;
+  m.row = 4;
+  m.firstColumn = 1;
+  m.cells = {{15, 0x3FF00000}, {16, 0x0000000A}, {17, 0x00000C93}};  // 1.0, 2, 8.04
+  return m;
+}
+MulBlankRecord TwoBlanks() {
+  MulBlankRecord m;
+  m.row = 9;
+  m.firstColumn = 3;
+  m.xfs = {21, 22};
+  return m;
+}
+FormulaRecord CachedTrue() {
+  FormulaRecord f;
+  f.cell = {1, 1, 15};
+  const std::uint8_t result[8] = {1, 0, 1, 0, 0, 0, 0xFF, 0xFF};  // boolean TRUE
+  std::memcpy(f.result, result, sizeof result);
+  f.options = 0x0002;                            // calculate on load
+  f.tokens = {0x24, 0, 0, 0, 0xC0, 0x1E, 2, 0, 0x05};  // tRef A1, tInt 2, tMul
+  return f;
+}
+
 Window2Record ActiveWindow() {
   Window2Record w;
   w.options = 0x06B6;
@@ -139,11 +166,26 @@ TEST(XlsRecords, EachEncodesToItsLayoutAndDecodesBack) {
            "00 00 00 02 00"),
       Make("EXTERNSHEET", TwoSheets(), "17 00 0E 00 02 00 00 00 00 00 00 00 00 00 02 00 02 00"),
       Make("NUMBER", NumberRecord{{1, 2, 15}, 1.5},
-           "03 02 0E 00 01 00 02 00 0F 00 00 00 00 00 00 00 F8 3F"),
+           "03 02 0E 00 01 00 02 00 0F 00 00 00 00 00 00 00 F8 3F", true),
       Make("LABELSST", LabelSstRecord{{0, 0, 15}, 0x10203},
-           "FD 00 0A 00 00 00 00 00 0F 00 03 02 01 00"),
-      Make("BOOLERR", BoolErrRecord{{3, 1, 16}, 0x2A, 1}, "05 02 08 00 03 00 01 00 10 00 2A 01"),
-      Make("BLANK", BlankRecord{{5, 6, 17}}, "01 02 06 00 05 00 06 00 11 00"),
+           "FD 00 0A 00 00 00 00 00 0F 00 03 02 01 00", true),
+      Make("BOOLERR", BoolErrRecord{{3, 1, 16}, 0x2A, 1}, "05 02 08 00 03 00 01 00 10 00 2A 01",
+           true),
+      Make("BLANK", BlankRecord{{5, 6, 17}}, "01 02 06 00 05 00 06 00 11 00", true),
+      Make("RK", RkRecord{{2, 0, 15}, 0x000F4243}, "7E 02 0A 00 02 00 00 00 0F 00 43 42 0F 00",
+           true),
+      Make("MULRK", ThreeNumbers(),
+           "BD 00 18 00 04 00 01 00 0F 00 00 00 F0 3F 10 00 0A 00 00 00 11 00 93 0C 00 00 03 00",
+           true),
+      Make("MULBLANK", TwoBlanks(), "BE 00 0A 00 09 00 03 00 15 00 16 00 04 00", true),
+      Make("FORMULA", CachedTrue(),
+           "06 00 1F 00 01 00 01 00 0F 00 01 00 01 00 00 00 FF FF 02 00 00 00 00 00 09 00 24 00 "
+           "00 00 C0 1E 02 00 05",
+           true),
+      Make("LABEL", LabelRecord{{2, 3, 15}, "abc"},
+           "04 02 0C 00 02 00 03 00 0F 00 03 00 00 61 62 63", true),
+      Make("LABEL UTF-16", LabelRecord{{2, 3, 15}, "日"}, "04 02 0B 00 02 00 03 00 0F 00 01 00 01 E5 65",
+           true),
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.record);
@@ -165,8 +207,8 @@ TEST(XlsRecords, EachEncodesToItsLayoutAndDecodesBack) {
       std::vector<std::uint8_t> ignored;
       RecordWriter w3(&ignored);
       const bool read = c.reencode(Record{r.id, 0, cut.data(), n}, w3);
-      if (n == 0) {
-        EXPECT_FALSE(read);
+      if (n == 0 || c.refusesPrefixes) {
+        EXPECT_FALSE(read) << n << " bytes";
       }
     }
   }
@@ -245,6 +287,22 @@ TEST(XlsRecords, NamesResolveToOneAreaOfOneWorksheet) {
             "Reversed -1 0 1 4:9 1:3\n"
             "Scoped 1 0 1 0:1 0:1\n"
             "Print_Area 0 1 1 0:99 0:4\n");
+}
+
+// An RK holds an integer or a double's top 30 bits, either possibly divided by 100.
+TEST(XlsRecords, RkValuesDecodeInEachForm) {
+  const struct {
+    std::uint32_t rk;
+    double value;
+  } cases[] = {
+      {0x3FF00000, 1.0},       // double 1.0
+      {0x3FF00001, 0.01},      // double 1.0 / 100
+      {0x0000000A, 2.0},       // integer 2
+      {0x00000C93, 8.04},      // integer 804 / 100
+      {0xFFFFFFFE, -1.0},      // integer -1: the shift keeps the sign
+      {0xC0590000, -100.0},    // double -100
+  };
+  for (const auto& c : cases) EXPECT_DOUBLE_EQ(RkValue(c.rk), c.value) << std::hex << c.rk;
 }
 
 }  // namespace
