@@ -97,7 +97,8 @@ TEST(FileTest, OpenFailureFillsTheException) {
 // open, three writes (4096 + 4096 + 1808), the cut at their end and close. Failing each call
 // in turn, once or for good: the error reaches the caller, and the file holds what had been
 // written by then (the old bytes when the open failed, or when the disk failed for good
-// before anything was written: there was nothing to write over them and no cut).
+// before anything was written: there was nothing to write over them and no cut; on Windows
+// the open truncates, and there is no cut).
 TEST(ArchiveWriteTest, EachFailingCallIsReportedAndLeavesWhatWasWritten) {
   TempDir dir;
   const std::string path = dir.file("out");
@@ -136,7 +137,11 @@ TEST(ArchiveWriteTest, EachFailingCallIsReportedAndLeavesWhatWasWritten) {
         continue;
       }
       Expected e = expected[n - 1];
+#if !defined(_WIN32)
+      // Nothing was written over the old bytes and the cut failed too. (Windows truncates
+      // at open, so there the file is empty.)
       if (n == 2 && mode == FailNth::kForGood) e.size = SIZE_MAX;
+#endif
       EXPECT_EQ(cause, e.cause) << "call " << n;
       if (e.size == SIZE_MAX) {
         EXPECT_EQ(bytes, "old") << "call " << n;
