@@ -12,14 +12,12 @@ import tempfile
 
 import pyodbc
 
+import odbc_fixture
+
 driver = sys.argv[1]
 work = tempfile.mkdtemp(prefix="xlsodbc-fast-")
 try:
-    with open(os.path.join(work, "odbcinst.ini"), "w") as f:
-        f.write("[Excel Workbook Driver (*.xls)]\nDriver = %s\n" % driver)
-    open(os.path.join(work, "odbc.ini"), "w").close()
-    os.environ["ODBCSYSINI"] = work
-    os.environ["ODBCINI"] = os.path.join(work, "odbc.ini")
+    odbc_fixture.register_driver(driver, work)
 
     book = os.path.join(work, "many.xls")
     cs = "DRIVER={Excel Workbook Driver (*.xls)};CREATE_DB=%s;DBQ=%s" % (book, book)

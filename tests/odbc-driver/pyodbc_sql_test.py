@@ -13,6 +13,8 @@ import sys
 import tempfile
 
 import pyodbc
+
+import odbc_fixture
 import xlwt
 
 D = datetime.datetime
@@ -134,11 +136,7 @@ def main():
 
     work = tempfile.mkdtemp(prefix="xlsodbc-sql-")
     try:
-        with open(os.path.join(work, "odbcinst.ini"), "w") as f:
-            f.write("[Excel Workbook Driver (*.xls)]\nDriver = %s\n" % driver)
-        open(os.path.join(work, "odbc.ini"), "w").close()
-        os.environ["ODBCSYSINI"] = work
-        os.environ["ODBCINI"] = os.path.join(work, "odbc.ini")
+        odbc_fixture.register_driver(driver, work)
         book = os.path.join(work, "people.xls")
         make_workbook(book)
         cn = pyodbc.connect("DRIVER={Excel Workbook Driver (*.xls)};DBQ=" + book, autocommit=True)

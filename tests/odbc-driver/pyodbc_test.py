@@ -10,15 +10,12 @@ import tempfile
 
 import pyodbc
 
+import odbc_fixture
+
 driver = sys.argv[1]
 work = tempfile.mkdtemp(prefix="xlsodbc-pyodbc-")
 try:
-    # unixODBC reads these once, before the first ODBC call.
-    with open(os.path.join(work, "odbcinst.ini"), "w") as f:
-        f.write("[Excel Workbook Driver (*.xls)]\nDriver = %s\n" % driver)
-    open(os.path.join(work, "odbc.ini"), "w").close()
-    os.environ["ODBCSYSINI"] = work
-    os.environ["ODBCINI"] = os.path.join(work, "odbc.ini")
+    odbc_fixture.register_driver(driver, work)
 
     names = [d for d in pyodbc.drivers() if "Excel" in d]
     assert names == ["Excel Workbook Driver (*.xls)"], pyodbc.drivers()
