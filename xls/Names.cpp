@@ -21,6 +21,63 @@ bool IsRef3d(std::uint8_t t) { return t == 0x3A || t == 0x5A || t == 0x7A; }
 
 }  // namespace
 
+int BuiltinNameCode(std::string_view name) {
+  for (std::size_t i = 0; i < sizeof kBuiltinNames / sizeof kBuiltinNames[0]; ++i) {
+    if (name == kBuiltinNames[i]) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+void WriteNameRecords(const Workbook& wb, RecordWriter& w) {
+  const auto sheetCount = static_cast<int>(wb.sheets().size());
+  std::vector<const DefinedName*> kept;
+  for (const DefinedName& n : wb.names()) {
+    if (n.sheet < 0 || n.sheet >= sheetCount || n.scopeSheet >= sheetCount) continue;
+    if (n.firstRow < 0 || n.firstColumn < 0 || n.firstRow >= kMaxRows ||
+        n.firstColumn >= kMaxColumns || n.name.empty()) {
+      continue;
+    }
+    if (n.builtin && BuiltinNameCode(n.name) < 0) continue;
+    kept.push_back(&n);
+  }
+  if (kept.empty()) return;
+  // This workbook's own SUPBOOK, then one EXTERNSHEET entry per sheet a name points at.
+  w.Begin(rec::kSupBook);
+  w.U16(static_cast<std::uint16_t>(sheetCount));
+  w.U16(0x0401);
+  w.End();
+  ExternSheetRecord refs;
+  std::vector<int> entryOfSheet(static_cast<std::size_t>(sheetCount), -1);
+  for (const DefinedName* n : kept) {
+    int& entry = entryOfSheet[static_cast<std::size_t>(n->sheet)];
+    if (entry >= 0) continue;
+    entry = static_cast<int>(refs.entries.size());
+    const auto tab = static_cast<std::int16_t>(n->sheet);
+    refs.entries.push_back({0, tab, tab});
+  }
+  refs.EncodeTo(w);
+  for (const DefinedName* n : kept) {
+    NameRecord out;
+    if (n->builtin) {
+      out.options = 0x0020;
+      out.name = std::string(1, static_cast<char>(BuiltinNameCode(n->name)));
+    } else {
+      out.name = n->name;
+    }
+    out.scopeTab = static_cast<std::uint16_t>(n->scopeSheet + 1);
+    // tArea3d: EXTERNSHEET entry, rows, columns; no relative flags, so the area is absolute.
+    std::uint8_t f[11];
+    f[0] = 0x3B;
+    PutU16(f + 1, static_cast<std::uint16_t>(entryOfSheet[static_cast<std::size_t>(n->sheet)]));
+    PutU16(f + 3, static_cast<std::uint16_t>(n->firstRow));
+    PutU16(f + 5, static_cast<std::uint16_t>(std::min(n->lastRow, kMaxRows - 1)));
+    PutU16(f + 7, static_cast<std::uint16_t>(n->firstColumn));
+    PutU16(f + 9, static_cast<std::uint16_t>(std::min(n->lastColumn, kMaxColumns - 1)));
+    out.formula.assign(f, f + sizeof f);
+    out.EncodeTo(w);
+  }
+}
+
 void NameTable::AddSupBook(const std::uint8_t* p, std::size_t n) {
   // This workbook's own SUPBOOK is the sheet count and the marker 0x0401 in place of a path.
   supBookInternal_.push_back(n >= 4 && GetU16(p + 2) == 0x0401);

@@ -1,7 +1,8 @@
 // Defined names as the workbook globals declare them: NAME records (BIFF5 and BIFF8),
 // resolved once the globals are read, through EXTERNSHEET and SUPBOOK, to one sheet and
 // one rectangle each. Names whose formula is anything else (several areas, constants,
-// other workbooks, macros) are not kept: the model holds areas only.
+// other workbooks, macros) are not kept: the model holds areas only. The writer's side,
+// WriteNameRecords, stores the model's names in the BIFF8 form the reader takes.
 //
 // A NameTable owns copies of what it needs from the records; nothing points into the stream.
 #pragma once
@@ -9,12 +10,24 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "xls/Records.h"
 #include "xls/Strings.h"
 #include "xls/Workbook.h"
 
 namespace xls {
+
+// The one-character code a file stores for one of Excel's built-in names ("Print_Area" is
+// 6), or -1 when name is none of them.
+int BuiltinNameCode(std::string_view name);
+
+// The NAME records of wb's names, with the SUPBOOK and EXTERNSHEET records their 3-D
+// references need; nothing when wb has no names. An area past the .xls grid is cut to it
+// (a name over whole columns of an .xlsx sheet stays whole columns); a name whose area
+// starts past it, or on a sheet wb lacks, is left out.
+void WriteNameRecords(const Workbook& wb, RecordWriter& w);
 
 class NameTable {
  public:

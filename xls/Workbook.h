@@ -249,14 +249,16 @@ class Workbook {
   // store its contents without the password; clear this to write it unprotected on purpose.
   bool encrypted = false;
 
-  // Defined names that stand for one rectangle on one sheet, in file order. The writer
-  // does not write them. Removing a sheet drops the names on it or scoped to it.
+  // Defined names that stand for one rectangle on one sheet, in file order; both writers
+  // store them. Removing a sheet drops the names on it or scoped to it.
   const std::vector<DefinedName>& names() const { return names_; }
   // Exact, case-sensitive match first, then ignoring ASCII case (as Excel compares names).
   // A name scoped to sheet `scopeSheet` wins over a workbook-wide one of the same name;
   // -1 looks at workbook-wide names only. nullptr when none.
   const DefinedName* findName(std::string_view name, int scopeSheet = -1) const;
   void addName(DefinedName name) { names_.push_back(std::move(name)); }
+  // REQUIRES: n points into names().
+  void removeName(const DefinedName* n) { names_.erase(names_.begin() + (n - names_.data())); }
 
  private:
   std::vector<Sheet> sheets_;

@@ -6,6 +6,7 @@
 #include "xls/BiffRecords.h"
 #include "xls/CompoundFile.h"
 #include "xls/FileIo.h"
+#include "xls/Names.h"
 #include "xls/Records.h"
 #include "xls/Strings.h"
 #include "xls/Styles.h"
@@ -161,6 +162,7 @@ Status BuildWorkbookStream(const Workbook& wb, std::vector<std::uint8_t>* stream
     bound.name = sheets[i].name();
     bound.EncodeTo(w);
   }
+  WriteNameRecords(wb, w);
   sst.Write(stream);
   w.Begin(rec::kEof);
   w.End();

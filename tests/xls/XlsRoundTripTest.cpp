@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "tests/support/TempDir.h"
+#include "tests/xls/XlrdCells.h"
 #include "xls/CompoundFile.h"
 #include "xls/Strings.h"
 #include "xls/Xls.h"
@@ -290,6 +291,57 @@ TEST(XlsInterop, ReadsWhatXlwtWrites) {
   for (int r = 0; r < 2000; ++r) {
     ASSERT_EQ(b.at(r, 0).text, "string number " + std::to_string(r) + " with some padding");
   }
+}
+
+// Defined names go out as NAME records over one SUPBOOK and EXTERNSHEET, and come back the
+// same through our reader and through xlrd: workbook-wide and sheet-scoped, built-in,
+// non-ASCII, on the second sheet. An area past the .xls grid is cut to it; one that starts
+// past it has no place in the file and is left out.
+TEST(XlsRoundTrip, KeepsDefinedNames) {
+  Workbook wb = Sample();
+  auto name = [](std::string text, int scope, bool builtin, int sheet, int r0, int r1, int c0,
+                 int c1) {
+    return DefinedName{std::move(text), scope, builtin, sheet, r0, r1, c0, c1};
+  };
+  const std::vector<DefinedName> kept = {
+      name("Totals", -1, false, 1, 0, 2, 1, 1),
+      name("Größe", -1, false, 0, 0, 65535, 0, 1),
+      name("Local", 0, false, 0, 1, 1, 0, 0),
+      name("Print_Area", 1, true, 1, 0, 10, 0, 255),
+  };
+  for (const DefinedName& n : kept) wb.addName(n);
+  wb.addName(name("WholeColumn", -1, false, 0, 0, 1048575, 2, 2));  // from an .xlsx sheet
+  wb.addName(name("PastTheGrid", -1, false, 0, 70000, 70001, 0, 0));
+  std::vector<DefinedName> expected = kept;
+  expected.push_back(name("WholeColumn", -1, false, 0, 0, 65535, 2, 2));
+
+  TempDir dir;
+  const std::string path = dir.file("names.xls");
+  ASSERT_TRUE(WriteWorkbook(path, wb).ok());
+  Workbook back;
+  Status s = ReadWorkbook(path, &back);
+  ASSERT_TRUE(s.ok()) << s.ToString();
+  ASSERT_EQ(back.names().size(), expected.size());
+  std::string xlrdExpected;
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    const DefinedName& e = expected[i];
+    const DefinedName& n = back.names()[i];
+    EXPECT_EQ(n.name, e.name);
+    EXPECT_EQ(n.scopeSheet, e.scopeSheet) << e.name;
+    EXPECT_EQ(n.builtin, e.builtin) << e.name;
+    EXPECT_EQ(n.sheet, e.sheet) << e.name;
+    EXPECT_EQ(std::vector<int>({n.firstRow, n.lastRow, n.firstColumn, n.lastColumn}),
+              std::vector<int>({e.firstRow, e.lastRow, e.firstColumn, e.lastColumn}))
+        << e.name;
+    xlrdExpected += "name " + e.name + " " + std::to_string(e.scopeSheet) + " " +
+                    std::to_string(e.sheet) + " " + std::to_string(e.firstRow) + " " +
+                    std::to_string(e.lastRow) + " " + std::to_string(e.firstColumn) + " " +
+                    std::to_string(e.lastColumn) + "\n";
+  }
+  const std::string xlrd = xls_test::XlrdCells(path);
+  const std::size_t names = xlrd.find("\nname ");
+  ASSERT_NE(names, std::string::npos) << xlrd;
+  EXPECT_EQ(xlrd.substr(names + 1), xlrdExpected);
 }
 
 }  // namespace
