@@ -1,7 +1,10 @@
 // ODBC entry points: the catalog. Sheets are tables; a sheet "Sheet1" is listed as the
 // SYSTEM TABLE "Sheet1$", the name under which other drivers for workbooks show it, and
-// SELECT accepts it as written. Catalog calls that have nothing to report (keys, indexes,
+// SELECT accepts it as written. The workbook's defined names (CREATE TABLE of a bare name
+// makes one) are listed as TABLEs. Catalog calls that have nothing to report (keys, indexes,
 // procedures, privileges) answer an empty result of the shape ODBC gives them.
+#include <algorithm>
+
 #include "odbc-driver/Convert.h"
 #include "odbc-driver/Diagnostics.h"
 #include "odbc-driver/Executor.h"
@@ -162,15 +165,15 @@ SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, S
   std::shared_ptr<const xls::Workbook> book;
   Error e = stmt->dbc->db->Snapshot(&book);
   if (!e.ok()) return PostError(stmt, e);
-  for (const xls::Sheet& s : book->sheets()) {
-    std::string name = s.name() + "$";
-    if (!Matches(table, tableLength, name) && !Matches(table, tableLength, s.name())) continue;
-    TableRef ref;
-    ref.sheet = s.name();
-    const bool names1 = stmt->dbc->db->firstRowHasNames();
+  const bool names1 = stmt->dbc->db->firstRowHasNames();
+  // The columns a statement naming `written` reads, under TABLE_NAME tableName.
+  auto addColumns = [&](const std::string& tableName, const TableRef& written) {
+    const TableRef ref = NamedTable(*book, written);
+    const xls::Sheet* s = book->findSheet(ref.sheet);
+    if (!s) return;
     std::vector<std::string> names = TableColumnNames(*book, ref, names1);
     std::vector<ColumnType> types =
-        GuessColumnTypes(s, ResolveTable(s, ref, names1, book->date1904));
+        GuessColumnTypes(*s, ResolveTable(*s, ref, names1, book->date1904));
     for (std::size_t i = 0; i < names.size(); ++i) {
       if (!Matches(column, columnLength, names[i])) continue;
       ColumnInfo c;
@@ -179,13 +182,34 @@ SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR*, SQLSMALLINT, SQLCHAR*, S
       const bool isChar = !t.isNumber && t.datetimeSub == 0;
       auto number = [](long v) { return std::optional<std::string>(std::to_string(v)); };
       std::optional<std::string> none;
-      result->addRow({none, none, name, names[i], number(c.sqlType), t.name, number(c.size),
+      result->addRow({none, none, tableName, names[i], number(c.sqlType), t.name, number(c.size),
                       number(isChar ? c.size : t.octetLength),
                       t.isNumber || t.datetimeSub ? number(t.decimalDigits) : none,
                       t.isNumber ? number(10) : none, number(SQL_NULLABLE), none, none,
                       number(t.verboseType), t.datetimeSub ? number(t.datetimeSub) : none,
                       isChar ? number(c.size) : none, number(static_cast<long>(i + 1)), "YES"});
     }
+  };
+  // Defined names first, in SQLTables' order. A sheet that the pattern matches only by its
+  // bare name is left out when a name of that text was listed: the pattern named the TABLE.
+  std::vector<std::string> listed;
+  for (const xls::DefinedName& n : book->names()) {
+    if (n.builtin || n.scopeSheet >= 0 || !Matches(table, tableLength, n.name)) continue;
+    TableRef ref;
+    ref.sheet = n.name;
+    addColumns(n.name, ref);
+    listed.push_back(n.name);
+  }
+  for (const xls::Sheet& s : book->sheets()) {
+    std::string name = s.name() + "$";
+    const bool bare = std::any_of(listed.begin(), listed.end(),
+                                  [&](const std::string& n) { return EqualNoCase(n, s.name()); });
+    if (!Matches(table, tableLength, name) && (bare || !Matches(table, tableLength, s.name())))
+      continue;
+    TableRef ref;
+    ref.sheet = s.name();
+    ref.written = name;
+    addColumns(name, ref);
   }
   return Answer(stmt, std::move(result));
 }

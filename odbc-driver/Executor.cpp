@@ -293,6 +293,55 @@ class Writable {
   std::shared_ptr<Workbook>* book_;
 };
 
+// Whether the statement names the table bare (`t`, [t]), not as a sheet ([t$]) or a region.
+bool WrittenAsName(const TableRef& t) {
+  if (t.hasRange) return false;
+  std::string_view w = t.written;
+  if (!w.empty() && (w.back() == ']' || w.back() == '`')) w.remove_suffix(1);
+  return w.empty() || w.back() != '$';
+}
+
+// Whether Excel takes text as a defined name: a letter, '_' or '\' first, then letters,
+// digits, '_', '.' or '\' (any non-ASCII character counts as a letter), and not a cell
+// reference in either notation (B12, iv1, R, C, R1C1, rc2).
+bool IsDefinedNameText(std::string_view text) {
+  auto letter = [](char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+           static_cast<unsigned char>(c) >= 0x80;
+  };
+  auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  if (text.empty() || text.size() > 255 || !(letter(text[0]) || text[0] == '_' || text[0] == '\\'))
+    return false;
+  for (char c : text) {
+    if (!letter(c) && !digit(c) && c != '_' && c != '.' && c != '\\') return false;
+  }
+  // A1 notation: one to three letters up to XFD, then a row number up to 1,048,576.
+  std::size_t i = 0;
+  long column = 0, row = 0;
+  while (i < text.size() && i < 3 && letter(text[i]) && static_cast<unsigned char>(text[i]) < 0x80)
+    column = column * 26 + ((text[i++] | 0x20) - 'a' + 1);
+  std::size_t digits = 0;
+  while (i < text.size() && digit(text[i]) && digits < 8)
+    row = row * 10 + (text[i++] - '0'), ++digits;
+  if (i == text.size() && column >= 1 && column <= 16384 && digits > 0 && row >= 1 &&
+      row <= 1048576)
+    return false;
+  // R1C1 notation: R[n][C[n]] or C[n].
+  i = 0;
+  auto number = [&] {
+    while (i < text.size() && digit(text[i])) ++i;
+  };
+  if ((text[0] | 0x20) == 'r') {
+    ++i;
+    number();
+    if (i < text.size() && (text[i] | 0x20) == 'c') ++i, number();
+  } else if ((text[0] | 0x20) == 'c') {
+    ++i;
+    number();
+  }
+  return i != text.size();
+}
+
 Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* out) {
   const TableRef& t = st.table;
   for (std::size_t i = 0; i < st.columns.size(); ++i) {
@@ -368,6 +417,20 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   Sheet* s = wb.findSheet(t.sheet);
   if (!s) s = &wb.addSheet(t.sheet);
   header.ApplyTo(s);
+  // As the Windows driver does, a table created by a bare name is also a defined name of
+  // the workbook, so that catalog clients list it as a TABLE. It covers the header through
+  // the sheet's last row: reading through the name reads what reading the sheet does (and
+  // a sheet of the same name comes first anyway). A name already there is the user's: kept.
+  if (WrittenAsName(t) && IsDefinedNameText(t.sheet) && !wb.findName(t.sheet)) {
+    xls::DefinedName name;
+    name.name = t.sheet;
+    name.sheet = static_cast<int>(s - wb.sheets().data());
+    name.firstRow = top;
+    name.lastRow = xls::kMaxRows - 1;
+    name.firstColumn = left;
+    name.lastColumn = left + width - 1;
+    wb.addName(std::move(name));
+  }
   out->changed = true;
   out->rowCount = 0;
   return Error();
@@ -484,10 +547,21 @@ Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Wor
   return Error();
 }
 
+// The defined name that DROP TABLE of a bare name drops with the table: the workbook-wide
+// name of that text over the sheet the table lies on (the one CREATE TABLE made).
+const xls::DefinedName* NameDroppedWith(const Workbook& book, const TableRef& written,
+                                        const Sheet* s) {
+  if (!WrittenAsName(written)) return nullptr;
+  const xls::DefinedName* n = book.findName(written.sheet);
+  if (!n || n->builtin || n->sheet != static_cast<int>(s - book.sheets().data())) return nullptr;
+  return n;
+}
+
 Error RunDrop(const Statement& st, Writable w, const Workbook& book, Outcome* out) {
-  const TableRef& t = st.table;
+  const TableRef t = NamedTable(book, st.table);
   const Sheet* s = book.findSheet(t.sheet);
   if (!s) return TableNotFound(t);
+  const bool dropsName = NameDroppedWith(book, st.table, s) != nullptr;
   CellRange r{0, 0, xls::kMaxRows - 1, xls::kMaxColumns - 1};
   if (t.hasRange) r = t.range;
   // Count what is there first, so that dropping an empty region changes nothing.
@@ -505,8 +579,12 @@ Error RunDrop(const Statement& st, Writable w, const Workbook& book, Outcome* ou
     cleared += any;
   }
   out->rowCount = cleared;
+  if (!stored && !dropsName) return Error();
+  Workbook& wb = w.get();
+  Sheet* ws = wb.findSheet(t.sheet);
+  if (dropsName) wb.removeName(NameDroppedWith(wb, st.table, ws));
+  out->changed = true;
   if (!stored) return Error();
-  Sheet* ws = w.get().findSheet(t.sheet);
   if (!t.hasRange) {
     ws->clearAll();
   } else {
@@ -517,7 +595,6 @@ Error RunDrop(const Statement& st, Writable w, const Workbook& book, Outcome* ou
       for (int c = std::min(r.right, width - 1); c >= r.left; --c) ws->clear(row, c);
     }
   }
-  out->changed = true;
   return Error();
 }
 
@@ -548,8 +625,7 @@ Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<W
 TableRef NamedTable(const Workbook& book, const TableRef& t) {
   if (t.hasRange || book.findSheet(t.sheet)) return t;
   const xls::DefinedName* n = book.findName(t.sheet);
-  if (!n || n->builtin || n->sheet < 0 ||
-      n->sheet >= static_cast<int>(book.sheets().size())) {
+  if (!n || n->builtin || n->sheet < 0 || n->sheet >= static_cast<int>(book.sheets().size())) {
     return t;
   }
   TableRef named = t;

@@ -219,6 +219,86 @@ TEST_F(ExecutorTest, DefinedNamesAreTablesOverTheirRegion) {
   EXPECT_EQ(Select("SELECT * FROM Prices"), (Rows{{"F1"}}));
 }
 
+// CREATE TABLE of a bare name also makes a workbook-wide defined name over the header and
+// every row below it, as the Windows driver does; a sheet ([T$]) or a region makes none, nor
+// does a text Excel would not take as a name. DROP TABLE of the bare name drops that name.
+TEST_F(ExecutorTest, CreateByBareNameMakesADefinedName) {
+  struct Case {
+    const char* create;
+    const char* name;  // nullptr: none
+    int lastColumn;
+  } cases[] = {
+      {"CREATE TABLE People (Name char(10), Age int)", "People", 1},
+      {"CREATE TABLE [Größe] (a int)", "Größe", 0},
+      {"CREATE TABLE `_x.1` (a int, b int, c int)", "_x.1", 2},
+      {"CREATE TABLE [Q1$] (a int)", nullptr, 0},
+      {"CREATE TABLE [R$A1:C1] (a int)", nullptr, 0},
+      {"CREATE TABLE [Sales 2024] (a int)", nullptr, 0},  // a space
+      {"CREATE TABLE B12 (a int)", nullptr, 0},           // a cell
+      {"CREATE TABLE xfd1 (a int)", nullptr, 0},
+      {"CREATE TABLE rc (a int)", nullptr, 0},  // a cell in R1C1 notation
+      {"CREATE TABLE R2C3 (a int)", nullptr, 0},
+  };
+  for (const Case& c : cases) {
+    book_ = std::make_shared<xls::Workbook>();
+    Ok(c.create);
+    ASSERT_EQ(book_->sheets().size(), 1u) << c.create;
+    if (!c.name) {
+      EXPECT_TRUE(book_->names().empty()) << c.create << ": " << book_->names()[0].name;
+      continue;
+    }
+    ASSERT_EQ(book_->names().size(), 1u) << c.create;
+    const xls::DefinedName& n = book_->names()[0];
+    EXPECT_EQ(n.name, c.name);
+    EXPECT_EQ(book_->sheets()[0].name(), c.name);
+    EXPECT_EQ(std::vector<int>({n.scopeSheet, n.builtin, n.sheet, n.firstRow, n.lastRow,
+                                n.firstColumn, n.lastColumn}),
+              std::vector<int>({-1, false, 0, 0, 65535, 0, c.lastColumn}))
+        << c.create;
+  }
+
+  // Reading through the name reads the sheet, whatever the records below the header.
+  book_ = std::make_shared<xls::Workbook>();
+  Ok("CREATE TABLE People (Name char(10), Age int)");
+  Ok("INSERT INTO People VALUES ('Ann', 31)");
+  Ok("INSERT INTO [People$] VALUES ('Bob', 42)");
+  book_->sheets()[0].setName("Renamed");
+  const Rows people{{"Name", "Age"}, {"Ann", "31"}, {"Bob", "42"}};
+  EXPECT_EQ(Select("SELECT * FROM People"), people);
+  EXPECT_EQ(Select("SELECT * FROM [Renamed$]"), people);
+  book_->sheets()[0].setName("People");
+
+  // DROP of the sheet keeps the name; DROP of the bare name drops it, even with the sheet
+  // empty already; creating again makes it once more.
+  Ok("DROP TABLE [People$]");
+  EXPECT_EQ(book_->names().size(), 1u);
+  Outcome out;
+  ASSERT_TRUE(Run("DROP TABLE People", &out).ok());
+  EXPECT_TRUE(out.changed);
+  EXPECT_TRUE(book_->names().empty());
+  Ok("CREATE TABLE People (Name char(10), Age int)");
+  Ok("CREATE TABLE [People] (Name char(10), Age int)");  // already there: no change
+  EXPECT_EQ(book_->names().size(), 1u);
+
+  // A name of the user's stays: CREATE does not take it over, DROP of the sheet that
+  // shadows it leaves it; DROP of the name alone clears its region and drops it.
+  xls::Sheet& data = book_->addSheet("Data");
+  data.set(0, 0, xls::Cell::Text("k"));
+  data.set(1, 0, xls::Cell::Number(1));
+  data.set(1, 1, xls::Cell::Text("beside"));
+  book_->addName(xls::DefinedName{"Keys", -1, false, 1, 0, 1, 0, 0});  // Data!A1:A2
+  book_->addName(xls::DefinedName{"Mine", -1, false, 1, 0, 1, 0, 0});
+  Ok("CREATE TABLE Keys (a int)");
+  Ok("DROP TABLE Keys");
+  EXPECT_NE(book_->findName("Keys"), nullptr);
+  EXPECT_EQ(book_->findName("Keys")->sheet, 1);
+  ASSERT_TRUE(Run("DROP TABLE Mine", &out).ok());
+  EXPECT_EQ(out.rowCount, 2);
+  EXPECT_EQ(book_->findName("Mine"), nullptr);
+  EXPECT_EQ(CellAt("Data", 0, 0), "");
+  EXPECT_EQ(CellAt("Data", 1, 1), "beside");
+}
+
 TEST_F(ExecutorTest, WhereComparesNumbersAsNumbersAndNullAsUnknown) {
   Ok("CREATE TABLE [S] ([k] char(255), [v] char(255))");
   Ok("INSERT INTO [S] VALUES (7, 'seven')");

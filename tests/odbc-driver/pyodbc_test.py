@@ -51,8 +51,10 @@ try:
     rows = [tuple(r) for r in cur.execute("SELECT [Prénom], [Été] FROM [Données$] WHERE [Été] = 'août'")]
     assert [c[0] for c in cur.description] == ["Prénom", "Été"], cur.description
     assert rows == [("Zoë", "août")], rows
-    tables = [t.table_name for t in cur.tables()]
-    assert tables == ["Sheet1$", "Données$"], tables
+    # Tables created by a bare name are also defined names: TABLEs before the SYSTEM TABLEs.
+    tables = [(t.table_name, t.table_type) for t in cur.tables()]
+    assert tables == [("Sheet1", "TABLE"), ("Données", "TABLE"), ("Sheet1$", "SYSTEM TABLE"),
+                      ("Données$", "SYSTEM TABLE")], tables
     assert [c.column_name for c in cur.columns(table="Données$")] == ["Prénom", "Été"]
     cn.close()
 
@@ -63,6 +65,9 @@ try:
     assert got == [["Name", "Qty"], ["abc", "11"], ["abc", "11"], ["Zoë", 7.5]], got
     sh = wb.sheet_by_name("Données")
     assert sh.row_values(0) == ["Prénom", "Été"] and sh.row_values(1) == ["Zoë", "août"]
+    names = [(n.name, n.scope, n.result.value[0].coords) for n in wb.name_obj_list]
+    assert names == [("Sheet1", -1, (0, 1, 0, 65536, 0, 2)),
+                     ("Données", -1, (1, 2, 0, 65536, 0, 2))], names
 
     cn = pyodbc.connect(cs, autocommit=True)
     cn.execute("DROP TABLE [Sheet1$A1:IV65536]")
