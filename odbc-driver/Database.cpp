@@ -562,7 +562,7 @@ Error Database::ExecuteEngine(const std::string& sql, bool query,
   for (std::size_t i = 0; i < sets.size(); ++i) {
     Outcome one;
     o.parameters = &sets[i];
-    failed = engine_->Execute(sql, o, &model_, &one);
+    failed = engine_->Execute(sql, o, &model_, &one, /*repeat=*/i > 0);
     if (!failed.ok()) {
       *failedSet = i;
       break;

@@ -85,6 +85,8 @@ struct SheetModule::Table : sqlite3_vtab {
   std::size_t sheet = 0;
   TableRef ref;
   TableView view;
+  bool insertTarget = false;
+  ColumnKinds kinds;
   std::vector<ColumnType> types;
   std::vector<std::string> columns;
   std::vector<int> deleted;
@@ -144,13 +146,13 @@ bool ColumnInfoForDeclared(const char* decl, ColumnInfo* info) {
   return false;
 }
 
-std::vector<ColumnType> GuessColumnTypes(const xls::Sheet& s, const TableView& v) {
-  const int width = std::max(0, v.right - v.left + 1);
-  std::vector<unsigned> seen(static_cast<std::size_t>(width), 0);
-  std::vector<std::size_t> longest(static_cast<std::size_t>(width), 0);
+void ColumnKinds::Add(const xls::Sheet& s, const TableView& v, int first, int last) {
+  const auto width = static_cast<std::size_t>(std::max(0, v.right - v.left + 1));
+  seen.resize(width, 0);
+  longest.resize(width, 0);
   const auto& rows = s.rows();
-  const int lastRow = std::min(v.lastData, static_cast<int>(rows.size()) - 1);
-  for (int r = std::max(0, v.firstData); r <= lastRow; ++r) {
+  const int lastRow = std::min(last, static_cast<int>(rows.size()) - 1);
+  for (int r = std::max(0, first); r <= lastRow; ++r) {
     const auto& row = rows[static_cast<std::size_t>(r)];
     const int end = std::min(v.right + 1, static_cast<int>(row.size()));
     for (int c = v.left; c < end; ++c) {
@@ -162,20 +164,27 @@ std::vector<ColumnType> GuessColumnTypes(const xls::Sheet& s, const TableView& v
       }
     }
   }
+}
+
+std::vector<ColumnType> ColumnKinds::Types() const {
   const unsigned kind = ~(1u << static_cast<unsigned>(CellType::kEmpty));
   std::vector<ColumnType> types;
-  for (int i = 0; i < width; ++i) {
-    const unsigned k = seen[static_cast<std::size_t>(i)] & kind;
+  for (std::size_t i = 0; i < seen.size(); ++i) {
+    const unsigned k = seen[i] & kind;
     ColumnType type = ColumnType::kVarchar;
     if (k == 1u << static_cast<unsigned>(CellType::kNumber)) type = ColumnType::kDouble;
     if (k == 1u << static_cast<unsigned>(CellType::kDateTime)) type = ColumnType::kTimestamp;
     if (k == 1u << static_cast<unsigned>(CellType::kBoolean)) type = ColumnType::kBit;
-    if (type == ColumnType::kVarchar && longest[static_cast<std::size_t>(i)] > 255) {
-      type = ColumnType::kLongVarchar;
-    }
+    if (type == ColumnType::kVarchar && longest[i] > 255) type = ColumnType::kLongVarchar;
     types.push_back(type);
   }
   return types;
+}
+
+std::vector<ColumnType> GuessColumnTypes(const xls::Sheet& s, const TableView& v) {
+  ColumnKinds kinds;
+  kinds.Add(s, v, v.firstData, v.lastData);
+  return kinds.Types();
 }
 
 void SetColumnType(ColumnType t, ColumnInfo* info) {
@@ -270,24 +279,12 @@ struct ModuleCallbacks {
     t->name = argv[2];
     t->sheet = static_cast<std::size_t>(sheet - sheets.data());
     t->ref = ref;
-    if (m->pendingInsert_) {
-      Error e = InsertSpan(*sheet, ref, m->firstRowHasNames_, book.date1904, &t->view);
-      if (!e.ok()) {
-        m->error_ = e;
-        *err = sqlite3_mprintf("%s", e.message().c_str());
-        return SQLITE_ERROR;
-      }
-      t->view.lastData = LastRowInColumns(*sheet, t->view.left, t->view.right, xls::kMaxRows - 1);
-    } else {
-      t->view = ResolveTable(*sheet, ref, m->firstRowHasNames_, book.date1904);
-    }
-    if (t->view.names.empty()) {
-      // A region holding nothing has no columns, but a SQLite table needs one (a hidden one
-      // leaves SELECT * with nothing to select, an error): F1, with no rows.
-      t->view.names.push_back("F1");
-      t->view.right = t->view.left;
-      t->view.firstData = 0;
-      t->view.lastData = -1;
+    t->insertTarget = m->pendingInsert_;
+    Error e = View(*sheet, ref, t->insertTarget, m->firstRowHasNames_, book.date1904, &t->view);
+    if (!e.ok()) {
+      m->error_ = e;
+      *err = sqlite3_mprintf("%s", e.message().c_str());
+      return SQLITE_ERROR;
     }
     GuessTypes(*sheet, t.get());
     std::string decl = "CREATE TABLE x(";
@@ -309,9 +306,33 @@ struct ModuleCallbacks {
     return SQLITE_OK;
   }
 
+  // What a table shows of s: an INSERT's target from its header down to the last record in
+  // its columns, anything else the region or used range.
+  static Error View(const xls::Sheet& s, const TableRef& ref, bool insertTarget,
+                    bool firstRowHasNames, bool date1904, TableView* v) {
+    if (insertTarget) {
+      Error e = InsertSpan(s, ref, firstRowHasNames, date1904, v);
+      if (!e.ok()) return e;
+      v->lastData = LastRowInColumns(s, v->left, v->right, xls::kMaxRows - 1);
+    } else {
+      *v = ResolveTable(s, ref, firstRowHasNames, date1904);
+    }
+    if (v->names.empty()) {
+      // A region holding nothing has no columns, but a SQLite table needs one (a hidden one
+      // leaves SELECT * with nothing to select, an error): F1, with no rows.
+      v->names.push_back("F1");
+      v->right = v->left;
+      v->firstData = 0;
+      v->lastData = -1;
+    }
+    return Error();
+  }
+
   // Names unique ignoring case (SQLite's rule): a repeated header takes its F-name.
   static void GuessTypes(const xls::Sheet& s, Table* t) {
-    t->types = GuessColumnTypes(s, t->view);
+    t->kinds = ColumnKinds();
+    t->kinds.Add(s, t->view, t->view.firstData, t->view.lastData);
+    t->types = t->kinds.Types();
     const int width = t->view.right - t->view.left + 1;
     for (int i = 0; i < width; ++i) {
       std::string name = t->view.names[static_cast<std::size_t>(i)];
@@ -637,6 +658,35 @@ void SheetModule::Bind(std::shared_ptr<xls::Workbook>* book, bool firstRowHasNam
 xls::Workbook& SheetModule::Writable() {
   if (book_->use_count() > 1) *book_ = std::make_shared<xls::Workbook>(**book_);
   return **book_;
+}
+
+bool SheetModule::Refresh(bool appendedOnly) {
+  const xls::Workbook& book = **book_;
+  for (Table* t : tables_) {
+    if (t->sheet >= book.sheets().size()) return false;
+    const xls::Sheet& s = book.sheets()[t->sheet];
+    t->indexed = -1;
+    t->index.clear();
+    if (t->insertTarget && appendedOnly) {
+      const int last = LastRowInColumns(s, t->view.left, t->view.right, xls::kMaxRows - 1);
+      if (last > t->view.lastData) {
+        t->kinds.Add(s, t->view, std::max(t->view.lastData + 1, t->view.firstData), last);
+        t->view.lastData = last;
+      }
+    } else {
+      TableView v;
+      if (!ModuleCallbacks::View(s, t->ref, t->insertTarget, firstRowHasNames_, book.date1904, &v)
+               .ok() ||
+          v.left != t->view.left || v.names != t->view.names) {
+        return false;
+      }
+      t->view = v;
+      t->kinds = ColumnKinds();
+      t->kinds.Add(s, v, v.firstData, v.lastData);
+    }
+    if (t->kinds.Types() != t->types) return false;
+  }
+  return true;
 }
 
 Error SheetModule::Finish() {

@@ -47,6 +47,15 @@ const char* DeclaredType(ColumnType t);
 // (blanks aside) gives that kind's type; text, a mix or nothing gives VARCHAR, or
 // LONGVARCHAR when a text is longer than 255 characters. One entry per column of v.
 std::vector<ColumnType> GuessColumnTypes(const xls::Sheet& s, const TableView& v);
+// What the guess reads from the cells, kept so that rows added to a table are folded in
+// without reading the others again.
+struct ColumnKinds {
+  std::vector<unsigned> seen;        // per column, a bit per CellType found
+  std::vector<std::size_t> longest;  // per column, the longest text past 255 characters
+  // Adds rows first..last (clipped to the sheet) of v's columns.
+  void Add(const xls::Sheet& s, const TableView& v, int first, int last);
+  std::vector<ColumnType> Types() const;
+};
 // info's sqlType and size for a column of type t.
 void SetColumnType(ColumnType t, ColumnInfo* info);
 
@@ -85,6 +94,13 @@ class SheetModule {
 
   // Text equal to one of *texts becomes a date cell in any column (SqlEngine::SetDateTexts).
   void SetDateTexts(const std::vector<std::string>* texts) { dateTexts_ = texts; }
+
+  // Makes every live table show the model as it is now, as the next run of the same
+  // statement would find it if its tables were made anew; false when a table's columns or
+  // their types would differ (the statement must then be prepared again). appendedOnly:
+  // the runs since the tables were made only inserted rows, so an INSERT's table need only
+  // read the rows below its last record.
+  [[nodiscard]] bool Refresh(bool appendedOnly);
 
   // Applies the DELETEs of the statement that ran. REQUIRES: it ran to the end.
   Error Finish();

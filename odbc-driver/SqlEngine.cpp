@@ -129,13 +129,25 @@ SqlEngine::SqlEngine(EngineLimits limits)
   db_ = db;
 }
 
-void SqlEngine::SetDateTexts(const std::vector<std::string>* texts) { callerDates_ = texts; }
+void SqlEngine::SetDateTexts(const std::vector<std::string>* texts) {
+  callerDates_ = texts;
+  callerDateSet_.clear();
+  if (texts) callerDateSet_.insert(texts->begin(), texts->end());
+}
 
 SqlEngine::~SqlEngine() {
   if (db_) {
-    DropTables();
+    Forget();
     sqlite3_close(db_);
   }
+}
+
+void SqlEngine::Forget() {
+  sqlite3_finalize(kept_);
+  kept_ = nullptr;
+  keptRw_.reset();
+  keptSql_.clear();
+  DropTables();
 }
 
 void SqlEngine::DropTables() {
@@ -375,7 +387,7 @@ Error SqlEngine::Step(sqlite3_stmt* stmt, bool query, Outcome* out) {
 }
 
 Error SqlEngine::Execute(std::string_view sql, const ExecOptions& options,
-                         std::shared_ptr<xls::Workbook>* book, Outcome* out) {
+                         std::shared_ptr<xls::Workbook>* book, Outcome* out, bool repeat) {
   *out = Outcome();
   if (!db_) return Error(ErrorKind::kIO, "The SQL engine could not start (out of memory).");
   if (sql.size() > limits_.maxSqlBytes) {
@@ -383,17 +395,31 @@ Error SqlEngine::Execute(std::string_view sql, const ExecOptions& options,
                                              " bytes long; the engine takes up to " +
                                              std::to_string(limits_.maxSqlBytes) + ".");
   }
-  RewrittenSql rw;
-  Error e = RewriteSql(sql, &rw);
-  if (!e.ok()) return e;
-  module_->Bind(book, options.firstRowHasNames);
-  dates_ = std::move(rw.dateLiterals);
-  if (callerDates_) dates_.insert(dates_.end(), callerDates_->begin(), callerDates_->end());
-  module_->SetDateTexts(&dates_);
   steps_ = 0;
-  sqlite3_stmt* stmt = nullptr;
-  e = Prepare(&rw, &stmt);
+  const bool firstRowHasNames = options.firstRowHasNames;
+  bool reuse = repeat && kept_ && keptSql_ == sql && keptFirstRowHasNames_ == firstRowHasNames;
+  module_->Bind(book, firstRowHasNames);
+  // A repeat of an INSERT has only appended rows since its tables were made.
+  if (reuse && !module_->Refresh(keptRw_->verb == RewrittenSql::Verb::kInsert)) reuse = false;
+  Error e;
+  if (reuse) {
+    sqlite3_reset(kept_);
+    sqlite3_clear_bindings(kept_);
+  } else {
+    Forget();
+    auto rw = std::make_unique<RewrittenSql>();
+    e = RewriteSql(sql, rw.get());
+    if (!e.ok()) return e;
+    e = Prepare(rw.get(), &kept_);
+    keptRw_ = std::move(rw);
+    keptSql_ = std::string(sql);
+    keptFirstRowHasNames_ = firstRowHasNames;
+  }
+  sqlite3_stmt* stmt = kept_;
   const int markers = e.ok() ? sqlite3_bind_parameter_count(stmt) : 0;
+  // The dates of this run: the statement's escapes and those of its parameters that the
+  // caller marked as dates, so one set never takes another's.
+  dates_ = keptRw_->dateLiterals;
   for (int i = 1; e.ok() && i <= markers; ++i) {
     if (!options.parameters || i > static_cast<int>(options.parameters->size())) {
       e = Error(ErrorKind::kParameter,
@@ -403,12 +429,14 @@ Error SqlEngine::Execute(std::string_view sql, const ExecOptions& options,
     const Value& v = (*options.parameters)[static_cast<std::size_t>(i - 1)];
     if (v.kind == Value::Kind::kText) {
       sqlite3_bind_text(stmt, i, v.text.data(), static_cast<int>(v.text.size()), SQLITE_TRANSIENT);
+      if (callerDateSet_.count(v.text)) dates_.push_back(v.text);
     } else if (v.kind == Value::Kind::kNumber) {
       sqlite3_bind_double(stmt, i, v.number);
     } else {
       sqlite3_bind_null(stmt, i);
     }
   }
+  module_->SetDateTexts(&dates_);
   if (e.ok()) {
     const bool readOnly = sqlite3_stmt_readonly(stmt) != 0;
     const bool query = sqlite3_column_count(stmt) > 0;
@@ -436,8 +464,12 @@ Error SqlEngine::Execute(std::string_view sql, const ExecOptions& options,
     }
     module_->Commit();
   }
-  sqlite3_finalize(stmt);
-  DropTables();
+  if (e.ok()) {
+    // Kept for a repeat; reset, so that it holds no read on the tables meanwhile.
+    sqlite3_reset(stmt);
+  } else {
+    Forget();
+  }
   return e;
 }
 

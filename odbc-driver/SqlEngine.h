@@ -27,6 +27,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "odbc-driver/Error.h"
@@ -106,12 +107,17 @@ class SqlEngine {
   // are made on *book, first copied when another owner (an open result) shares it; on
   // failure the model is as before. out->rowCount is -1 for a query, else the rows inserted,
   // updated or deleted; out->result holds a query's rows (a SqlResult).
+  // repeat: the same text as the previous Execute, run on the same model with nothing but
+  // that Execute changing it since (the next parameter set of an array). The statement
+  // prepared then, and its virtual tables, are used again as long as the tables' columns
+  // and types stay what they were; the outcome is the one preparing anew would give.
   Error Execute(std::string_view sql, const ExecOptions& options,
-                std::shared_ptr<xls::Workbook>* book, Outcome* out);
+                std::shared_ptr<xls::Workbook>* book, Outcome* out, bool repeat = false);
 
-  // Text written to a cell that equals one of *texts (the text of a date parameter), or the
-  // text of a {d}/{ts} escape in the statement, is stored as a date cell with a date format,
-  // whatever the column's type; nullptr: none.
+  // Text written to a cell that equals the text of one of the statement's parameters that
+  // is also in *texts (the text of a date parameter), or the text of a {d}/{ts} escape in
+  // the statement, is stored as a date cell with a date format, whatever the column's type;
+  // nullptr: none. Several sets' date texts may be given at once: each set takes its own.
   // REQUIRES: *texts outlives the statements run until it is reset.
   void SetDateTexts(const std::vector<std::string>* texts);
 
@@ -122,6 +128,8 @@ class SqlEngine {
   Error Prepare(RewrittenSql* rw, sqlite3_stmt** stmt);
   Error Step(sqlite3_stmt* stmt, bool query, Outcome* out);
   Error SqliteError(int rc, const RewrittenSql* rw) const;
+  // Finalizes the kept statement and drops the virtual tables.
+  void Forget();
   void DropTables();
 
   EngineLimits limits_;
@@ -131,7 +139,13 @@ class SqlEngine {
   bool internal_ = false;            // the engine's own statements: past the authorizer
   std::uint64_t steps_ = 0;
   const std::vector<std::string>* callerDates_ = nullptr;
-  std::vector<std::string> dates_;  // the statement's: callerDates_ and its date escapes
+  std::unordered_set<std::string_view> callerDateSet_;  // views of *callerDates_
+  std::vector<std::string> dates_;  // the run's: its date escapes and date parameters
+  // The statement last run, prepared, kept with its virtual tables for a repeat.
+  std::string keptSql_;
+  bool keptFirstRowHasNames_ = true;
+  std::unique_ptr<RewrittenSql> keptRw_;
+  sqlite3_stmt* kept_ = nullptr;
   friend struct EngineHooks;
 };
 

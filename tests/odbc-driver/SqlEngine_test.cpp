@@ -590,6 +590,83 @@ TEST_F(SqlEngineTest, MutatedStatementsRunOrFailCleanly) {
   EXPECT_LT(failures, 3000);
 }
 
+// An array of parameter sets runs its statement once per set, prepared once and repeated:
+// every set must find what running the sets one at a time, each prepared anew and with its
+// own date parameters only, shows it. Here each set changes what the next one finds.
+TEST(SqlEngineArrayTest, RepeatedSetsMatchSetsRunOneAtATime) {
+  using Kind = Value::Kind;
+  auto text = [](const char* t) { return Value{Kind::kText, t, 0, 0}; };
+  auto num = [](double d) { return Value{Kind::kNumber, std::to_string(d), d, 0}; };
+  struct Case {
+    const char* sql;
+    std::vector<std::vector<Value>> sets;
+    int dateParameter;  // the position of a date parameter, -1 for none
+  } cases[] = {
+      // A number makes the BIT column mixed, so the next 1 is a number, not TRUE.
+      {"INSERT INTO [Staff$] (Name, Active) VALUES (?, ?)",
+       {{text("Eve"), num(2)}, {text("Fay"), num(1)}},
+       -1},
+      // Each set reads the rows the sets before it inserted.
+      {"INSERT INTO [Dept$] (Dept, Floor) SELECT ?, MAX(Floor) + 1 FROM [Dept$]",
+       {{text("a")}, {text("b")}, {text("c")}},
+       -1},
+      // Text makes the date column VARCHAR: the next date-like text stays text.
+      {"UPDATE [Staff$] SET Hired = ? WHERE Name = ?",
+       {{text("soon"), text("Ann")}, {text("2022-02-02"), text("Bob")}},
+       -1},
+      // A DELETE moves the rows below up and clears the last: the next set's table ends
+      // above it, so that row is no all-NULL record to delete.
+      {"DELETE FROM [Staff$] WHERE Name = ? OR Name IS NULL", {{text("Ann")}, {text("x")}}, -1},
+      // Set 1's date parameter is not set 2's: the text in Code is a date in set 1 only.
+      {"INSERT INTO [Staff$] (Name, Hired, Code) VALUES (?, ?, '2024-05-05 00:00:00')",
+       {{text("Gus"), text("2024-05-05 00:00:00")}, {text("Hal"), text("2024-06-06 00:00:00")}},
+       1},
+  };
+  auto cells = [](const xls::Workbook& wb) {
+    std::vector<std::string> out;
+    for (const xls::Sheet& s : wb.sheets()) {
+      for (int r = 0; r < s.extentRows(); ++r) {
+        for (int c = 0; c < s.extentColumns(); ++c) {
+          const xls::Cell& cell = s.at(r, c);
+          if (cell.isEmpty()) continue;
+          out.push_back(s.name() + " " + std::to_string(r) + "," + std::to_string(c) + " " +
+                        std::to_string(static_cast<int>(cell.type)) + " " + cell.text.str() + " " +
+                        std::to_string(cell.number));
+        }
+      }
+    }
+    return out;
+  };
+  for (const Case& c : cases) {
+    auto alone = MakeBook(), array = MakeBook();
+    SqlEngine one, many;
+    std::vector<std::string> allDates;
+    std::vector<long> aloneCounts, arrayCounts;
+    ExecOptions o;
+    for (const auto& set : c.sets) {
+      std::vector<std::string> own;
+      if (c.dateParameter >= 0) own.push_back(set[static_cast<std::size_t>(c.dateParameter)].text);
+      allDates.insert(allDates.end(), own.begin(), own.end());
+      one.SetDateTexts(&own);
+      o.parameters = &set;
+      Outcome out;
+      Error e = one.Execute(c.sql, o, &alone, &out);
+      ASSERT_TRUE(e.ok()) << c.sql << ": " << e.message();
+      aloneCounts.push_back(out.rowCount);
+    }
+    many.SetDateTexts(&allDates);
+    for (std::size_t i = 0; i < c.sets.size(); ++i) {
+      o.parameters = &c.sets[i];
+      Outcome out;
+      Error e = many.Execute(c.sql, o, &array, &out, /*repeat=*/i > 0);
+      ASSERT_TRUE(e.ok()) << c.sql << ": " << e.message();
+      arrayCounts.push_back(out.rowCount);
+    }
+    EXPECT_EQ(arrayCounts, aloneCounts) << c.sql;
+    EXPECT_EQ(cells(*array), cells(*alone)) << c.sql;
+  }
+}
+
 TEST(SqlRewriteTest, DialectToSqlite) {
   struct Case {
     const char* in;
