@@ -1,6 +1,6 @@
 // SheetVtab: the SQLite virtual-table module "xls" over the workbook model. The SQL engine
-// creates one virtual table per sheet or region a statement names, for that statement only;
-// each reads and writes the model's cells in place.
+// creates one virtual table per sheet or region a statement names, for that statement only
+// (and its repeats, each after a Refresh); each reads and writes the model's cells in place.
 //
 // A table's columns are the cells its header row names (TableRegion.h); each column's type is
 // guessed from its cells (numbers DOUBLE, dates TIMESTAMP, booleans BIT, text VARCHAR or

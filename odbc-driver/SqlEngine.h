@@ -3,7 +3,8 @@
 // engine. A statement is rewritten from our users' Jet-like dialect (SqlRewrite.h), prepared
 // on a private in-memory SQLite connection, and each sheet or region it names becomes a
 // virtual table over the model for that statement (SheetVtab.h), so the tables always show
-// the model as it is. CREATE TABLE and DROP TABLE stay with the executor.
+// the model as it is. The statement and its tables are kept until the next one: the sets
+// of a parameter array repeat them. CREATE TABLE and DROP TABLE stay with the executor.
 //
 // Results are read to the end when the statement runs: a SqlResult owns its values, typed
 // (numbers, dates, booleans, text) and readable as the text CellText gives a cell.
