@@ -54,6 +54,7 @@ try:
     tables = [t.table_name for t in cur.tables()]
     assert tables == ["Sheet1$", "Données$"], tables
     assert [c.column_name for c in cur.columns(table="Données$")] == ["Prénom", "Été"]
+    cn.commit()  # autocommit is off: close() would roll the sheet back
     cn.close()
 
     import xlrd
