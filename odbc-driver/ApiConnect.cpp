@@ -252,7 +252,6 @@ SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT com
     return PostError(dbc, State::kInvalidTransactionCode);
   }
   if (!dbc->db) return PostError(dbc, State::kNotConnected);
-  dbc->changedSinceEndTran = false;
   if (completion == SQL_ROLLBACK) {
     dbc->db->Rollback();
     return SQL_SUCCESS;

@@ -312,7 +312,7 @@ Error Database::ReplayJournal() {
       e = ApplyEffects(units[i], model_.get());
   }
   if (!e.ok()) {
-    loaded_ = Unknown();  // the model may hold part of a record
+    ForgetModel();  // it may hold part of a record
     return Error(e.kind(), "Cannot replay the journal '" + journalPath() + "': " + e.message() +
                                ". The workbook and the journal are left as they are.");
   }
@@ -478,11 +478,14 @@ Error Database::Save(const EffectLog& unit, bool commit) {
     if (e.ok() && applied_ > std::max(loaded_.size, options_.foldFloorBytes)) Fold();
   }
   if (!e.ok()) {
-    // The model holds a change the files may not: read both again.
-    loaded_ = Unknown();
-    applied_ = 0;
+    ForgetModel();  // it holds a change the files may not
   }
   return e;
+}
+
+void Database::ForgetModel() {
+  loaded_ = Unknown();
+  applied_ = 0;  // so that the next statement reads the journal from its start, not on
 }
 
 Error Database::BeginChange() {
@@ -521,7 +524,7 @@ Error Database::EndChange(bool changed, const EffectLog& statement) {
   if (!changed && !inTransaction_ && model_->styles().size() != journaledStyles_) {
     // A failed statement left a format the journal does not have; reading the file again
     // drops it, so the model stays what the file and journal rebuild.
-    loaded_ = Unknown();
+    ForgetModel();
   }
   if (!autocommit_) {
     if (changed) {

@@ -122,6 +122,9 @@ class Database {
   void DropJournal();
   // Under the lock: brings the model up to the file and the journal.
   Error CatchUp();
+  // Has the next statement read the workbook and the journal again: the model may differ
+  // from what they rebuild.
+  void ForgetModel();
   Error Refresh();
   Error EnsureBaseHash();
   Error ReplayJournal();

@@ -94,6 +94,38 @@ TEST_F(EngineStoreTest, AChangeIsJournaledAsTheCellsItWrote) {
   EXPECT_EQ(OnDisk().substr(0, 9), "2.000000 ");
 }
 
+// A failed engine statement can leave a date format behind in the model (a format cannot be
+// taken back); the next change that uses it must journal it, or the journal names a format
+// no replay has. With autocommit on and off (there after an earlier change of the unit).
+TEST_F(EngineStoreTest, AFormatAFailedStatementLeftIsJournaledWithItsFirstUse) {
+  for (bool autocommit : {true, false}) {
+    std::filesystem::remove(path_);
+    std::filesystem::remove(path_ + "-journal");
+    std::unique_ptr<Database> db;
+    ASSERT_TRUE(Open(&db).ok());
+    ASSERT_TRUE(Dialect(db.get(), "CREATE TABLE [S] ([n] NUMBER, [t] TEXT)").ok());
+    ASSERT_TRUE(Dialect(db.get(), "INSERT INTO [S] VALUES (1, 'a')").ok());
+    ASSERT_TRUE(db->SetAutocommit(autocommit).ok());
+    ASSERT_TRUE(Engine(db.get(), "UPDATE [S$] SET t = 'b'").ok());
+    // The date goes in (with a new format), then the 40,000-character text fails the whole.
+    EXPECT_EQ(Engine(db.get(),
+                     "INSERT INTO [S$] (n, t) VALUES (5, {d '2024-01-02'}), "
+                     "(6, substr(hex(zeroblob(20000)), 1, 40000))")
+                  .kind(),
+              ErrorKind::kStringTooLong);
+    ASSERT_TRUE(Engine(db.get(), "INSERT INTO [S$] (n, t) VALUES (7, {d '2024-03-04'})").ok());
+    ASSERT_TRUE(db->Commit().ok());
+    std::unique_ptr<Database> other;
+    ASSERT_TRUE(Open(&other).ok()) << autocommit;
+    Outcome out;
+    ASSERT_TRUE(Engine(other.get(), "SELECT t FROM [S$] WHERE n = 7", true, &out).ok());
+    std::string text;
+    ASSERT_EQ(out.result->rowCount(), 1);
+    out.result->value(0, 0, &text);
+    EXPECT_EQ(text, "2024-03-04 00:00:00") << autocommit;
+  }
+}
+
 TEST_F(EngineStoreTest, FailedWritesLeaveTheOldOrTheNewWorkbook) {
   {
     std::unique_ptr<Database> db;
