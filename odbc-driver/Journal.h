@@ -4,11 +4,13 @@
 //           its bytes
 //   record* u32 payload length | u32 FNV-1a of the payload | payload
 //
-// Version '2' (written today): a payload is one committed unit, the effects of the statements
-// it holds on the model, in the order they were made; replay applies them without running SQL:
+// Version '2' (what this driver writes): a payload is one committed unit, the effects its
+// statements had on the model, in the order they were made; replay applies them and runs no
+// SQL. A unit's effects come from the places every write passes: CellWrites and CREATE/DROP
+// TABLE in the executor, the SQL engine's cell log, and the Database for added formats.
 //
 //   payload u8 kind (1: a unit of effects) | effect*
-//   effect  u8 op, then by op:
+//   effect  u8 op, then by op (ownership: Effect and EffectLog below encode these):
 //     1 sheet       str name         the sheet the cell and clear effects after it name
 //     2 add sheet   str name         a new empty sheet at the end; it becomes the sheet
 //     3 add style   u16 index | u8 bold, horizontal, vertical, left, right, top, bottom |
