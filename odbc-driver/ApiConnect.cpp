@@ -1,4 +1,4 @@
-// ODBC entry points: connecting, connection attributes, transactions.
+// ODBC entry points: connecting, connection attributes, transactions (Database.h).
 #include <odbcinst.h>
 
 #include "odbc-driver/ConnectionString.h"
@@ -38,6 +38,7 @@ SQLRETURN Connect(Dbc* dbc, const std::map<std::string, std::string>& keys) {
   std::unique_ptr<Database> db;
   Error e = Database::Open(o, &db);
   if (!e.ok()) return PostError(dbc, e);
+  (void)db->SetAutocommit(dbc->autocommit);  // nothing is open yet: it cannot fail
   dbc->db = std::move(db);
   return SQL_SUCCESS;
 }
@@ -47,10 +48,17 @@ SQLRETURN Connect(Dbc* dbc, const std::map<std::string, std::string>& keys) {
 SQLRETURN SetConnectAttr(Dbc* dbc, SQLINTEGER attr, SQLPOINTER value) {
   auto v = static_cast<SQLULEN>(reinterpret_cast<SQLLEN>(value));
   switch (attr) {
-    case SQL_ATTR_AUTOCOMMIT:
-      // Every statement is durable when it returns either way (see SQLEndTran).
-      dbc->autocommit = v != SQL_AUTOCOMMIT_OFF;
+    case SQL_ATTR_AUTOCOMMIT: {
+      if (v != SQL_AUTOCOMMIT_OFF && v != SQL_AUTOCOMMIT_ON) {
+        return PostError(dbc, State::kInvalidAttributeValue,
+                         "SQL_ATTR_AUTOCOMMIT is SQL_AUTOCOMMIT_ON or SQL_AUTOCOMMIT_OFF.");
+      }
+      dbc->autocommit = v == SQL_AUTOCOMMIT_ON;
+      // Turning it on commits the open transaction.
+      Error e = dbc->db ? dbc->db->SetAutocommit(dbc->autocommit) : Error();
+      if (!e.ok()) return PostError(dbc, e);
       return SQL_SUCCESS;
+    }
     case SQL_ATTR_ACCESS_MODE:
       // READONLY=1 in the connection string holds for the connection's life; otherwise the
       // attribute makes statements that change the workbook fail until it is cleared.
@@ -61,7 +69,18 @@ SQLRETURN SetConnectAttr(Dbc* dbc, SQLINTEGER attr, SQLPOINTER value) {
       dbc->readOnlyAttr = v == SQL_MODE_READ_ONLY;
       return SQL_SUCCESS;
     case SQL_ATTR_TXN_ISOLATION:
-      return PostError(dbc, State::kNotImplemented, "Transactions are not supported.");
+      if (dbc->db && dbc->db->inTransaction()) {
+        return PostError(dbc, State::kCannotSetNow,
+                         "The isolation level cannot change while a transaction is open.");
+      }
+      if (v == SQL_TXN_READ_COMMITTED) return SQL_SUCCESS;
+      if (v == SQL_TXN_READ_UNCOMMITTED || v == SQL_TXN_REPEATABLE_READ ||
+          v == SQL_TXN_SERIALIZABLE) {
+        return PostError(dbc, State::kNotImplemented,
+                         "Transactions are SQL_TXN_READ_COMMITTED (see SQLGetInfo).");
+      }
+      return PostError(dbc, State::kInvalidAttributeValue,
+                       "Unknown isolation level " + std::to_string(v) + ".");
     case SQL_ATTR_CURRENT_CATALOG:
       return PostError(dbc, State::kNotImplemented, "The workbook is fixed by DBQ.");
     case SQL_ATTR_LOGIN_TIMEOUT:
@@ -108,6 +127,8 @@ SQLRETURN GetConnectAttr(Dbc* dbc, SQLINTEGER attr, SQLPOINTER value, SQLINTEGER
       v = dbc->db ? SQL_CD_FALSE : SQL_CD_TRUE;
       break;
     case SQL_ATTR_TXN_ISOLATION:
+      v = SQL_TXN_READ_COMMITTED;
+      break;
     case SQL_ATTR_LOGIN_TIMEOUT:
     case SQL_ATTR_CONNECTION_TIMEOUT:
       v = 0;
@@ -186,6 +207,13 @@ SQLRETURN SQL_API SQLDisconnect(SQLHDBC handle) {
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
   if (!dbc->db) return PostError(dbc, State::kNotConnected);
+  // As ODBC has it: the application ends its transaction first (SQLEndTran), and nothing is
+  // committed or rolled back behind its back. Freeing the handle anyway rolls it back.
+  if (dbc->db->inTransaction()) {
+    return PostError(dbc, State::kTransactionOpen,
+                     "A transaction is open: commit or roll it back (SQLEndTran) before "
+                     "disconnecting.");
+  }
   for (Stmt* s : dbc->stmts) delete s;
   dbc->stmts.clear();
   Error e = dbc->db->Close();
@@ -215,23 +243,21 @@ SQLRETURN SQL_API SQLGetConnectAttr(SQLHDBC handle, SQLINTEGER attr, SQLPOINTER 
 }
 
 SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT completion) {
+  // The driver manager ends each connection's transaction itself for an environment handle.
   if (type == SQL_HANDLE_ENV) return ToEnv(handle) ? SQL_SUCCESS : SQL_INVALID_HANDLE;
   Dbc* dbc = type == SQL_HANDLE_DBC ? ToDbc(handle) : nullptr;
   if (!dbc) return SQL_INVALID_HANDLE;
   ClearDiag(dbc);
-  // Each statement is saved when it returns, so COMMIT has only to flush what SYNC=NORMAL
-  // left unflushed, and ROLLBACK cannot take anything back; it says so when there was
-  // something to take back.
-  bool changed = dbc->changedSinceEndTran;
-  dbc->changedSinceEndTran = false;
-  if (completion == SQL_COMMIT && dbc->db) {
-    if (Error e = dbc->db->Flush(); !e.ok()) return PostError(dbc, e);
+  if (completion != SQL_COMMIT && completion != SQL_ROLLBACK) {
+    return PostError(dbc, State::kInvalidTransactionCode);
   }
-  if (completion == SQL_ROLLBACK && changed) {
-    return PostWarning(dbc, State::kGeneralWarning,
-                       "Changes are saved as each statement runs; "
-                       "ROLLBACK did not undo them.");
+  if (!dbc->db) return PostError(dbc, State::kNotConnected);
+  if (completion == SQL_ROLLBACK) {
+    dbc->db->Rollback();
+    return SQL_SUCCESS;
   }
+  // Without a transaction open, COMMIT flushes what SYNC=NORMAL left unflushed.
+  if (Error e = dbc->db->Commit(); !e.ok()) return PostError(dbc, e);
   return SQL_SUCCESS;
 }
 

@@ -143,9 +143,11 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_DM_VER:
       return text("");
     case SQL_TXN_CAPABLE:
-      return u16(SQL_TC_NONE);
+      // CREATE TABLE and DROP TABLE are effects of the unit like any change: rolled back too.
+      return u16(SQL_TC_ALL);
     case SQL_CURSOR_COMMIT_BEHAVIOR:
     case SQL_CURSOR_ROLLBACK_BEHAVIOR:
+      // A result is read whole when it runs, from the model as it was then.
       return u16(SQL_CB_PRESERVE);
     case SQL_MAX_CONCURRENT_ACTIVITIES:
     case SQL_MAX_DRIVER_CONNECTIONS:
@@ -190,9 +192,11 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_ODBC_SQL_CONFORMANCE:
       return u16(SQL_OSC_MINIMUM);
     case SQL_TXN_ISOLATION_OPTION:
-      return u32(0);
     case SQL_DEFAULT_TXN_ISOLATION:
-      return u32(0);
+      // Nobody reads another connection's uncommitted changes, and a transaction that has
+      // changed something holds the workbook until it ends; its reads before then see what
+      // other connections commit meanwhile (README.md, "Transactions").
+      return u32(SQL_TXN_READ_COMMITTED);
     case SQL_GETDATA_EXTENSIONS:
       return u32(SQL_GD_ANY_COLUMN | SQL_GD_ANY_ORDER | SQL_GD_BOUND);
     case SQL_SCROLL_OPTIONS:

@@ -60,6 +60,15 @@ Database::~Database() {
   DropJournal();
 }
 
+namespace {
+
+Error ReadOnlyConnection() {
+  return Error(ErrorKind::kReadOnly,
+               "The connection is read-only (READONLY=1): the workbook cannot be changed.");
+}
+
+}  // namespace
+
 Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* out) {
   if (options.path.empty()) {
     return Error(ErrorKind::kWorkbookMissing,
@@ -109,6 +118,7 @@ Error Database::CheckWritableOnce() {
 }
 
 Error Database::Lock(bool exclusive, bool create) {
+  if (inTransaction_) return Error();
   auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.lockTimeoutMs);
   std::string path = journalPath();
@@ -160,7 +170,6 @@ Error Database::Lock(bool exclusive, bool create) {
     if (journal_.links == 0) {
       if (applied_ > kJournalHeaderSize) loaded_ = Unknown();
       DropJournal();
-      if (!create) return Error();
       continue;
     }
     return Error();
@@ -168,6 +177,7 @@ Error Database::Lock(bool exclusive, bool create) {
 }
 
 void Database::Unlock() {
+  if (inTransaction_) return;
   if (locked_ && journalFd_ >= 0) fileio::Sys().flock(journalFd_, LOCK_UN);
   locked_ = false;
 }
@@ -178,6 +188,7 @@ void Database::DropJournal() {
   journalFd_ = -1;
   journal_ = FileId();
   applied_ = 0;
+  legacy_ = false;
   writableChecked_ = false;
 }
 
@@ -210,8 +221,8 @@ Error Database::Refresh() {
       read.password = options_.password;
       xls::Status s = xls::ReadWorkbookFromMemory(bytes.data(), bytes.size(), read, fresh.get());
       if (s.code() == xls::Status::Code::kNeedsPassword) {
-        return Error(ErrorKind::kPassword, "Workbook '" + options_.path +
-                                               "' is encrypted; a password is needed (PWD).");
+        return Error(ErrorKind::kPassword,
+                     "Workbook '" + options_.path + "' is encrypted; a password is needed (PWD).");
       }
       if (s.code() == xls::Status::Code::kWrongPassword) {
         return Error(ErrorKind::kPassword, "Workbook '" + options_.path +
@@ -227,6 +238,7 @@ Error Database::Refresh() {
       id.size = bytes.size();
     }
     model_ = std::move(fresh);
+    journaledStyles_ = model_->styles().size();
     loaded_ = id;
     baseHash_ = hash;
     baseHashKnown_ = journalFd_ >= 0 || !id.exists;
@@ -259,17 +271,28 @@ Error Database::ReplayJournal() {
   if (journalFd_ < 0 || !locked_) return Error();
   const FileId& j = journal_;
   if (applied_ == 0) {
+    legacy_ = false;
     if (j.size < kJournalHeaderSize || !loaded_.exists) return Error();
     std::vector<std::uint8_t> head;
-    Error e = EnsureBaseHash();
-    if (e.ok()) e = ReadAt(journalFd_, 0, kJournalHeaderSize, &head);
-    if (!e.ok()) return e;
+    Error e = ReadAt(journalFd_, 0, kJournalHeaderSize, &head);
     JournalHeader h;
-    // A journal written against other workbook bytes is stale: its statements are already
-    // in the file (a fold finished but the journal was not removed) or belong to another file.
-    if (!DecodeJournalHeader(head, &h) || h.baseHash != baseHash_ || h.baseSize != loaded_.size) {
-      return Error();
+    // Anything but a journal's header is a header cut short by a crash (or not ours): stale.
+    if (!e.ok() || !DecodeJournalHeader(head, &h)) return e;
+    if (h.version != kJournalVersion && h.version != kLegacyJournalVersion) {
+      // Refused before anything is applied, removed or written: a later driver's journal may
+      // hold changes this one cannot read, and treating it as stale would drop them.
+      return Error(ErrorKind::kWorkbookCorrupt,
+                   "The journal '" + journalPath() + "' is in a format this driver does not " +
+                       "know (version byte " + std::to_string(head[7]) +
+                       "); a newer driver may have written it. The workbook and the journal " +
+                       "are left as they are.");
     }
+    e = EnsureBaseHash();
+    if (!e.ok()) return e;
+    // A journal written against other workbook bytes is stale: its changes are already in
+    // the file (a fold finished but the journal was not removed) or belong to another file.
+    if (h.baseHash != baseHash_ || h.baseSize != loaded_.size) return Error();
+    legacy_ = h.version == kLegacyJournalVersion;
     applied_ = kJournalHeaderSize;
   }
   if (j.size <= applied_) return Error();
@@ -277,7 +300,29 @@ Error Database::ReplayJournal() {
   Error e = ReadAt(journalFd_, applied_, j.size - applied_, &tail);
   if (!e.ok()) return e;
   std::size_t consumed = 0;
-  std::vector<JournalRecord> records = DecodeJournalRecords(tail.data(), tail.size(), &consumed);
+  if (legacy_) {
+    e = ReplayLegacy(tail, &consumed);
+  } else {
+    std::vector<std::vector<Effect>> units;
+    e = DecodeEffectRecords(tail.data(), tail.size(), &units, &consumed);
+    if (e.ok() && !units.empty() && model_.use_count() > 1) {
+      model_ = std::make_shared<xls::Workbook>(*model_);  // results keep the state they read
+    }
+    for (std::size_t i = 0; e.ok() && i < units.size(); ++i)
+      e = ApplyEffects(units[i], model_.get());
+  }
+  if (!e.ok()) {
+    ForgetModel();  // it may hold part of a record
+    return Error(e.kind(), "Cannot replay the journal '" + journalPath() + "': " + e.message() +
+                               ". The workbook and the journal are left as they are.");
+  }
+  applied_ += consumed;
+  journaledStyles_ = model_->styles().size();
+  return Error();
+}
+
+Error Database::ReplayLegacy(const std::vector<std::uint8_t>& tail, std::size_t* consumed) {
+  std::vector<JournalRecord> records = DecodeJournalRecords(tail.data(), tail.size(), consumed);
   for (const JournalRecord& r : records) {
     Statement st;
     Outcome ignored;
@@ -287,11 +332,21 @@ Error Database::ReplayJournal() {
     // Each record ran without error against this very state when it was written.
     if (ParseSql(r.sql, &st).ok()) xlsodbc::Execute(st, o, &model_, &ignored);
   }
-  applied_ += consumed;
   return Error();
 }
 
 Error Database::StartJournal() {
+  if (legacy_) {
+    // Records of effects never follow records of SQL text: the old journal is folded first.
+    Error e = Fold();
+    if (e.ok()) e = Lock(true, true);
+    if (e.ok()) e = CatchUp();
+    if (!e.ok()) return e;
+    if (legacy_) {
+      return Error(ErrorKind::kIO, "Cannot fold the journal '" + journalPath() +
+                                       "' of an older driver into the workbook.");
+    }
+  }
   for (int attempt = 0; applied_ < kJournalHeaderSize && journal_.size >= kJournalHeaderSize;
        ++attempt) {
     // A stale journal (written against other workbook bytes): nobody follows it. It is
@@ -323,7 +378,7 @@ Error Database::StartJournal() {
   if (journal_.size > 0 && fileio::Sys().ftruncate(journalFd_, 0) != 0) {
     return Error(ErrorKind::kIO, "Cannot reset the journal: " + ErrnoText(errno) + ".");
   }
-  JournalHeader h{loaded_.size, baseHash_};
+  JournalHeader h{kJournalVersion, loaded_.size, baseHash_};
   std::vector<std::uint8_t> head = EncodeJournalHeader(h);
   e = WriteAt(journalFd_, 0, head.data(), head.size());
   if (!e.ok()) return e;
@@ -341,11 +396,11 @@ Error Database::SyncJournal() {
   return Error();
 }
 
-Error Database::Append(const std::vector<std::uint8_t>& rec) {
-  const bool sync =
-      options_.sync == SyncMode::kFull ||
-      (options_.sync == SyncMode::kNormal &&
-       Clock::now() - lastFlush_ >= std::chrono::milliseconds(options_.flushIntervalMs));
+Error Database::Append(const std::vector<std::uint8_t>& rec, bool commit) {
+  const bool sync = options_.sync == SyncMode::kFull ||
+                    (options_.sync == SyncMode::kNormal &&
+                     (commit || Clock::now() - lastFlush_ >=
+                                    std::chrono::milliseconds(options_.flushIntervalMs)));
   Error e = WriteAt(journalFd_, applied_, rec.data(), rec.size());
   if (e.ok() && sync) e = SyncJournal();
   if (!e.ok()) {
@@ -409,48 +464,110 @@ Error Database::Fold(bool closing) {
   return Error();
 }
 
-Error Database::Save(const std::vector<std::uint8_t>& records) {
+Error Database::Save(const EffectLog& unit, bool commit) {
   Error e;
   if (!loaded_.exists) {
     e = Fold();  // the first change makes the file
+  } else if (unit.size() >= 0xFFFFFFF0u) {
+    e = Error(ErrorKind::kTooComplex,
+              "The change was not saved: a unit of changes holds at most 4 GiB in the journal; "
+              "commit more often.");
   } else {
-    e = Append(records);
+    e = Append(EncodeEffectRecord(unit), commit);
     // A failed fold leaves the change safe in the journal; the next statement tries again.
     if (e.ok() && applied_ > std::max(loaded_.size, options_.foldFloorBytes)) Fold();
   }
-  if (!e.ok()) loaded_ = Unknown();  // the model holds a change the file does not
+  if (!e.ok()) {
+    ForgetModel();  // it holds a change the files may not
+  }
+  return e;
+}
+
+void Database::ForgetModel() {
+  loaded_ = Unknown();
+  applied_ = 0;  // so that the next statement reads the journal from its start, not on
+}
+
+Error Database::BeginChange() {
+  if (options_.readOnly) return ReadOnlyConnection();
+  Error e = CheckWritableOnce();
+  if (e.ok()) e = Lock(true, true);
+  if (e.ok()) e = CatchUp();
+  if (e.ok()) e = CheckNotEncrypted();
+  if (e.ok() && loaded_.exists) e = StartJournal();
+  if (!e.ok()) {
+    Unlock();
+    return e;
+  }
+  if (!inTransaction_) {
+    journaledStyles_ = model_->styles().size();
+    // The way back: results share the model the same way, so the unit's first change
+    // copies it and this one stays as it is.
+    if (!autocommit_) {
+      committed_ = model_;
+      committedStyles_ = journaledStyles_;
+    }
+  }
+  return Error();
+}
+
+void Database::TakeEffects(const EffectLog& statement, EffectLog* unit) {
+  const auto& styles = model_->styles();
+  for (std::size_t i = journaledStyles_; i < styles.size(); ++i) {
+    unit->AddStyle(static_cast<std::uint16_t>(i), styles[i]);
+  }
+  journaledStyles_ = styles.size();
+  unit->Append(statement);
+}
+
+Error Database::EndChange(bool changed, const EffectLog& statement) {
+  if (!changed && !inTransaction_ && model_->styles().size() != journaledStyles_) {
+    // A failed statement left a format the journal does not have; reading the file again
+    // drops it, so the model stays what the file and journal rebuild.
+    ForgetModel();
+  }
+  if (!autocommit_) {
+    if (changed) {
+      TakeEffects(statement, &pending_);
+      inTransaction_ = true;
+    } else if (!inTransaction_) {
+      committed_.reset();
+      Unlock();
+    }
+    return Error();
+  }
+  Error e;
+  if (changed) {
+    EffectLog unit;
+    TakeEffects(statement, &unit);
+    e = Save(unit, /*commit=*/false);
+  }
+  Unlock();
   return e;
 }
 
 Error Database::Execute(const std::string& sql, const Statement& st,
                         const std::vector<Value>& parameters, Outcome* out) {
-  bool write = st.changesData();
-  if (write && options_.readOnly) {
-    return Error(ErrorKind::kReadOnly,
-                 "The connection is read-only (READONLY=1): the workbook cannot be changed.");
+  (void)sql;
+  ExecOptions o;
+  o.firstRowHasNames = options_.firstRowHasNames;
+  o.parameters = &parameters;
+  if (!st.changesData()) {
+    Error e = Lock(false, false);
+    if (e.ok()) e = CatchUp();
+    if (e.ok()) e = xlsodbc::Execute(st, o, &model_, out);
+    Unlock();
+    if (e.ok()) e = FlushIfDue();
+    return e;
   }
-  Error e = write ? CheckWritableOnce() : Error();
-  if (e.ok()) e = Lock(write, write);
-  if (e.ok()) e = CatchUp();
-  if (e.ok() && write) e = CheckNotEncrypted();
-  if (e.ok() && write && loaded_.exists) e = StartJournal();
-  if (e.ok()) {
-    ExecOptions o;
-    o.firstRowHasNames = options_.firstRowHasNames;
-    o.parameters = &parameters;
-    e = xlsodbc::Execute(st, o, &model_, out);
-  }
-  const bool changed = e.ok() && out->changed;
-  if (changed) {
-    std::vector<std::uint8_t> record;
-    if (loaded_.exists) {
-      record = EncodeJournalRecord(JournalRecord{options_.firstRowHasNames, sql, parameters});
-    }
-    e = Save(record);
-  }
-  Unlock();
-  if (e.ok() && !changed) e = FlushIfDue();
-  return e;
+  Error e = BeginChange();
+  if (!e.ok()) return e;
+  EffectLog effects;
+  o.effects = &effects;
+  e = xlsodbc::Execute(st, o, &model_, out);
+  Error saved = EndChange(e.ok() && out->changed, effects);
+  if (e.ok() && !out->changed) e = FlushIfDue();
+  return e.ok() ? saved : e;
 }
 
 Error Database::Snapshot(std::shared_ptr<const xls::Workbook>* out) {
@@ -461,9 +578,46 @@ Error Database::Snapshot(std::shared_ptr<const xls::Workbook>* out) {
   return e;
 }
 
+Error Database::SetAutocommit(bool on) {
+  Error e;
+  if (on && !autocommit_) e = Commit();
+  autocommit_ = on;
+  return e;
+}
+
+Error Database::Commit() {
+  if (!inTransaction_) return Flush();
+  inTransaction_ = false;
+  EffectLog unit = std::move(pending_);
+  pending_.clear();
+  // Formats a failed statement of the unit left behind go with it, after the ones its
+  // changes added: formats are numbered in the order they were added.
+  TakeEffects(EffectLog(), &unit);
+  Error e = Save(unit, /*commit=*/true);
+  Unlock();
+  if (!e.ok()) {
+    model_ = committed_;  // Save has the file read again by the next statement
+    committed_.reset();
+    return Error(e.kind(), "COMMIT failed, and the transaction is rolled back. " + e.message());
+  }
+  committed_.reset();
+  return e;
+}
+
+void Database::Rollback() {
+  if (!inTransaction_) return;
+  inTransaction_ = false;
+  model_ = std::move(committed_);
+  journaledStyles_ = committedStyles_;
+  pending_.clear();
+  Unlock();
+}
+
 Error Database::Close() {
   if (closed_) return Error();
   closed_ = true;
+  // Only what was committed reaches the workbook.
+  Rollback();
   if (options_.readOnly) return Error();
   Error e = Lock(true, false);
   if (e.ok() && !locked_) return e;  // no journal: nothing pending
@@ -483,28 +637,20 @@ Error Database::Close() {
 Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
                              const std::vector<std::vector<Value>>& sets,
                              std::vector<long>* rowCounts, std::size_t* failedSet) {
+  (void)sql;
   rowCounts->clear();
   *failedSet = sets.size();
-  if (options_.readOnly) {
-    *failedSet = 0;
-    return Error(ErrorKind::kReadOnly,
-                 "The connection is read-only (READONLY=1): the workbook cannot be changed.");
-  }
-  Error e = CheckWritableOnce();
-  if (e.ok()) e = Lock(true, true);
-  if (e.ok()) e = CatchUp();
-  if (e.ok()) e = CheckNotEncrypted();
-  if (e.ok() && loaded_.exists) e = StartJournal();
+  Error e = BeginChange();
   if (!e.ok()) {
-    Unlock();
     *failedSet = 0;
     return e;
   }
-  std::vector<std::uint8_t> records;
+  EffectLog effects;
   bool changed = false;
   Error failed;
   ExecOptions o;
   o.firstRowHasNames = options_.firstRowHasNames;
+  o.effects = &effects;
   for (std::size_t i = 0; i < sets.size(); ++i) {
     Outcome out;
     o.parameters = &sets[i];
@@ -514,47 +660,37 @@ Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
       break;
     }
     rowCounts->push_back(out.rowCount);
-    if (!out.changed) continue;
-    changed = true;
-    if (loaded_.exists) {
-      std::vector<std::uint8_t> rec =
-          EncodeJournalRecord(JournalRecord{options_.firstRowHasNames, sql, sets[i]});
-      records.insert(records.end(), rec.begin(), rec.end());
-    }
+    changed = changed || out.changed;
   }
-  if (changed && !(e = Save(records)).ok()) {
+  if (!(e = EndChange(changed, effects)).ok()) {
     rowCounts->clear();
     *failedSet = sets.size();
-    Unlock();
     return e;
   }
-  Unlock();
   return failed;
 }
 
 Error Database::ExecuteEngine(const std::string& sql, bool query,
-                             const std::vector<std::vector<Value>>& sets,
-                             const std::vector<std::string>& dateTexts, Outcome* out,
-                             std::vector<long>* rowCounts, std::size_t* failedSet) {
+                              const std::vector<std::vector<Value>>& sets,
+                              const std::vector<std::string>& dateTexts, Outcome* out,
+                              std::vector<long>* rowCounts, std::size_t* failedSet) {
   rowCounts->clear();
   *failedSet = 0;
   *out = Outcome();
-  const bool write = !query;
-  if (write && options_.readOnly) {
-    return Error(ErrorKind::kReadOnly,
-                 "The connection is read-only (READONLY=1): the workbook cannot be changed.");
-  }
   if (!engine_) engine_ = std::make_unique<SqlEngine>();
-  Error e = write ? CheckWritable(options_.path) : Error();
-  if (e.ok()) e = Lock(write, write);
-  if (e.ok()) e = Refresh();
-  if (e.ok() && write) e = CheckNotEncrypted();
-  if (!e.ok()) {
-    Unlock();
-    return e;
+  Error e;
+  if (query) {
+    e = Lock(false, false);
+    if (e.ok()) e = CatchUp();
+    if (!e.ok()) Unlock();
+  } else {
+    e = BeginChange();
   }
+  if (!e.ok()) return e;
+  EffectLog effects;
   ExecOptions o;
   o.firstRowHasNames = options_.firstRowHasNames;
+  if (!query) o.effects = &effects;
   engine_->SetDateTexts(&dateTexts);
   bool changed = false;
   Error failed;
@@ -572,27 +708,19 @@ Error Database::ExecuteEngine(const std::string& sql, bool query,
     if (query) *out = std::move(one);
   }
   engine_->SetDateTexts(nullptr);
-  if (changed) {
-    // One fold writes the model with the journal's pending statements already replayed into
-    // it, and restarts the journal against the new bytes, so those are never applied twice.
-    const FileId before = loaded_;
-    e = Fold();
-    // Once the new workbook is in place the change is saved, even when the journal could not
-    // be restarted after it: a journal left behind names the old bytes and is ignored.
-    if (!e.ok() && loaded_ != before) e = Error();
-    if (!e.ok()) {
-      loaded_ = Unknown();  // the model holds changes the file does not
-      rowCounts->clear();
-      *failedSet = sets.size();
-      Unlock();
-      return e;
-    }
-    out->changed = true;
+  if (query) {
+    Unlock();
+    return failed;
   }
+  if (!(e = EndChange(changed, effects)).ok()) {
+    rowCounts->clear();
+    *failedSet = sets.size();
+    return e;
+  }
+  out->changed = changed;
   long rows = 0;
   for (long n : *rowCounts) rows += n;
-  if (!query) out->rowCount = rows;
-  Unlock();
+  out->rowCount = rows;
   return failed;
 }
 

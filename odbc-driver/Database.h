@@ -1,26 +1,36 @@
 // Database: one connection's hold on a workbook file. It keeps the workbook model in memory
 // and writes every change it accepts to a redo journal beside the file ("<workbook>-journal"
-// beside the file a symbolic link names, format in Journal.h) before returning; the journal
-// is folded into the .xls on Close() and whenever it grows past the workbook's size (and
-// options.foldFloorBytes). Processes and connections are serialized by flock() on the journal:
-// writers exclusively, readers shared. See README.md, "Durability" and "Locking".
+// beside the file a symbolic link names, format in Journal.h): one record per committed unit,
+// holding the unit's effects on the model (cells written, sheets added or cleared, formats
+// added), never SQL. The journal is folded into the .xls on Close() and whenever it grows past
+// the workbook's size (and options.foldFloorBytes). Processes and connections are serialized
+// by flock() on the journal: writers exclusively, readers shared. See README.md,
+// "Durability", "Locking" and "Transactions".
 //
 // A journal file only ever grows by whole records or is cut back to the end of its last whole
 // one; a fold, or a journal found stale, removes it and the next change starts a new file. So
 // a connection that finds the journal it holds still linked and as long as what it applied
 // knows that no other connection changed anything, without looking at the workbook.
 //
-// What a change that returned survives, by options.sync (SYNC=):
-//   kFull    every returned change is flushed (fsync) before it returns: it survives the
-//            process being killed and a power cut.
-//   kNormal  every returned change is in the journal through a plain write, so it survives the
-//            process being killed; the journal is flushed on fold, Flush() (COMMIT), Close(),
-//            and by the first statement that finds the last flush older than
+// Autocommit (the default): each statement (or array of parameter sets) is a unit, in the
+// journal when it returns. Autocommit off: the changes since the last Commit() are one unit.
+// They are made on the model as they run, so later statements see them; the first takes the
+// exclusive lock and holds it until Commit() or Rollback(), and nothing reaches the journal
+// before Commit(), which appends the unit as one record. Rollback() puts the model back as it
+// was at the last commit; the file is untouched. A process that dies before Commit() leaves
+// no trace of the unit.
+//
+// What a change that returned (autocommit) or was committed survives, by options.sync:
+//   kFull    every unit is flushed (fsync) before it returns: it survives the process being
+//            killed and a power cut.
+//   kNormal  every unit is in the journal through a plain write, so it survives the process
+//            being killed; the journal is flushed on fold, Commit() of a transaction, Flush(),
+//            Close(), and by the first statement that finds the last flush older than
 //            options.flushIntervalMs. A power cut can lose what was not flushed yet.
 //   kOff     flushed only by folds and Close(): for bulk loads. Survives the process being
 //            killed; a power cut can lose every change since the last fold.
 // In every mode a power cut leaves a whole workbook, and the journal gives back a prefix of
-// the changes it held (records are whole or ignored).
+// the units it held (records are whole or ignored).
 //
 // Ownership: the Database owns its model and file descriptors. Results it hands out share
 // the model snapshot they were made from. Not for use from two threads at once.
@@ -35,6 +45,7 @@
 #include "odbc-driver/ConnectionString.h"
 #include "odbc-driver/Error.h"
 #include "odbc-driver/Executor.h"
+#include "odbc-driver/Journal.h"
 #include "odbc-driver/WorkbookStore.h"
 #include "xls/Workbook.h"
 
@@ -77,10 +88,24 @@ class Database {
   Error Snapshot(std::shared_ptr<const xls::Workbook>* out);
 
   // Flushes to disk what this connection wrote to the journal and has not flushed yet (see
-  // the modes above); OK at once when there is nothing. COMMIT of a transaction calls it.
+  // the modes above); OK at once when there is nothing.
   Error Flush();
 
-  // Folds the journal into the workbook and removes it. Also run by the destructor.
+  // Off: later changes form one unit until Commit() or Rollback(). Turning it on commits the
+  // open unit (ODBC's rule), and fails as Commit() does.
+  Error SetAutocommit(bool on);
+  bool autocommit() const { return autocommit_; }
+  // Appends the open unit to the journal as one record, flushed unless SYNC=OFF, and lets go
+  // of the lock; without one, Flush(). On failure the unit is rolled back and the error says
+  // whether it may have reached the journal anyway (see Append).
+  Error Commit();
+  // Puts the model back as the last commit left it and lets go of the lock.
+  void Rollback();
+  // Whether a unit is open: a change ran since the last Commit() or Rollback().
+  bool inTransaction() const { return inTransaction_; }
+
+  // Rolls back an open unit, folds the journal into the workbook and removes it. Also run by
+  // the destructor.
   Error Close();
 
   bool readOnly() const { return options_.readOnly; }
@@ -91,21 +116,35 @@ class Database {
   explicit Database(DatabaseOptions options);
   std::string journalPath() const { return file_ + "-journal"; }
 
+  // Both do nothing while a unit is open: it holds the exclusive lock until it ends.
   Error Lock(bool exclusive, bool create);
   void Unlock();
   void DropJournal();
   // Under the lock: brings the model up to the file and the journal.
   Error CatchUp();
+  // Has the next statement read the workbook and the journal again: the model may differ
+  // from what they rebuild.
+  void ForgetModel();
   Error Refresh();
   Error EnsureBaseHash();
   Error ReplayJournal();
+  Error ReplayLegacy(const std::vector<std::uint8_t>& tail, std::size_t* consumed);
   Error StartJournal();
-  // Makes a change the model holds durable: the first change of a new file writes it, any
-  // other appends its journal records (and flushes them as the mode says) and folds a
+  // Before a change: refuses it on a read-only or encrypted workbook, takes the exclusive
+  // lock, catches up, folds a journal of SQL text (version 1) and starts a journal; opens a
+  // unit's way back when autocommit is off. On failure the lock is let go (outside a unit).
+  Error BeginChange();
+  // After a change ran (changed: it changed the model): saves the statement's effects as a
+  // unit, or adds them to the open one.
+  Error EndChange(bool changed, const EffectLog& statement);
+  // Adds the formats the model gained since they were last journaled, then statement.
+  void TakeEffects(const EffectLog& statement, EffectLog* unit);
+  // Makes a unit the model holds durable: the first change of a new file writes it, any
+  // other appends its record (flushed as the mode says, or at once for a commit) and folds a
   // journal that has grown past the workbook. On failure the model is read again later.
-  Error Save(const std::vector<std::uint8_t>& records);
+  Error Save(const EffectLog& unit, bool commit);
   // Appends whole encoded journal records, flushing them as the mode says.
-  Error Append(const std::vector<std::uint8_t>& records);
+  Error Append(const std::vector<std::uint8_t>& records, bool commit);
   Error SyncJournal();
   Error FlushIfDue();
   // closing: the journal is not started again, so the new bytes need no hash.
@@ -132,11 +171,23 @@ class Database {
   bool unsynced_ = false;  // this connection wrote journal bytes it has not flushed
   std::chrono::steady_clock::time_point lastFlush_;
   bool closed_ = false;
+  bool legacy_ = false;  // the journal followed holds SQL text (version 1)
+  // The model's formats up to here are in the file or the journal; a change journals the
+  // ones past it. A failed engine statement may leave a format behind (the model has no way
+  // to drop one), which the next saved change then carries.
+  std::size_t journaledStyles_ = 0;
+
+  bool autocommit_ = true;
+  bool inTransaction_ = false;
+  std::shared_ptr<xls::Workbook> committed_;  // the model as the last commit left it
+  std::size_t committedStyles_ = 0;
+  EffectLog pending_;  // the open unit's effects
 
  public:
   // Arrays of parameters: runs st, which changes data, once per parameter set in order under
-  // one lock, and saves the changes together: one journal write at the end, flushed as one
-  // (or one fold when the batch creates the workbook), so N sets cost one sync at most.
+  // one lock, and saves the changes together as one unit: one journal write at the end,
+  // flushed as one (or one fold when the batch creates the workbook), so N sets cost one sync
+  // at most. With autocommit off the sets join the open unit instead.
   // Stops at the first set that fails; the sets before it are kept and saved, one count of
   // rows each in *rowCounts. On failure *failedSet is that set's index, or sets.size() when
   // saving failed: then no set is kept (rowCounts is empty) and the model is read again.
@@ -147,11 +198,11 @@ class Database {
 
   // Statements in full SQL (SqlEngine.h): runs sql once per parameter set in sets (one set,
   // empty, when it has no markers), under a shared lock for a query and an exclusive one
-  // otherwise. A query runs with exactly one set and leaves its rows in out->result. A
-  // change is made durable by folding the whole model into the workbook once at the end,
-  // not by a journal record: its effects (NOW(), row order) need not repeat when replayed.
-  // Sets stop at the first that fails, as in ExecuteBatch; *rowCounts and *failedSet the
-  // same. Text equal to a value in dateTexts is stored as a date cell (date parameters).
+  // otherwise. A query runs with exactly one set and leaves its rows in out->result. Changes
+  // are saved as ExecuteBatch saves them: their effects, so NOW() or the order rows were
+  // visited in never matter to replay. Sets stop at the first that fails, as in
+  // ExecuteBatch; *rowCounts and *failedSet the same. Text equal to a value in dateTexts is
+  // stored as a date cell (date parameters).
   Error ExecuteEngine(const std::string& sql, bool query,
                       const std::vector<std::vector<Value>>& sets,
                       const std::vector<std::string>& dateTexts, Outcome* out,

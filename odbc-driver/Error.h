@@ -54,6 +54,7 @@ enum class State : unsigned char {
   kInvalidCharacterValue,   // 22018
   kInvalidDatetimeFormat,   // 22007
   kInvalidCursorState,      // 24000
+  kTransactionOpen,         // 25000: SQLDisconnect with a transaction open
   kInvalidAuthorization,    // 28000: an encrypted workbook, and no password that opens it
   kSyntaxError,             // 42000
   kTableExists,             // 42S01
@@ -66,6 +67,7 @@ enum class State : unsigned char {
   kInvalidNullPointer,      // HY009
   kSequenceError,           // HY010
   kCannotSetNow,            // HY011
+  kInvalidTransactionCode,  // HY012: SQLEndTran with neither SQL_COMMIT nor SQL_ROLLBACK
   kImplicitDescriptor,      // HY017: an automatically allocated descriptor cannot be set
   kInvalidAttributeValue,   // HY024
   kInvalidLength,           // HY090
@@ -99,6 +101,7 @@ inline constexpr StateInfo kStates[] = {
     {"22018", nullptr},
     {"22007", nullptr},
     {"24000", nullptr},
+    {"25000", nullptr},
     {"28000", nullptr},
     {"42000", nullptr},
     {"42S01", nullptr},
@@ -111,6 +114,7 @@ inline constexpr StateInfo kStates[] = {
     {"HY009", nullptr},
     {"HY010", nullptr},
     {"HY011", nullptr},
+    {"HY012", "SQLEndTran takes SQL_COMMIT or SQL_ROLLBACK."},
     {"HY017", nullptr},
     {"HY024", nullptr},
     {"HY090", nullptr},

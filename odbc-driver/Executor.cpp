@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "odbc-driver/CellText.h"
+#include "odbc-driver/Journal.h"
 #include "odbc-driver/TableRegion.h"
 #include "odbc-driver/Where.h"
 #include "xls/Strings.h"
@@ -145,7 +146,7 @@ Error CellWrites::Set(int row, int column, const Value& v, bool keepStyle,
   return Error();
 }
 
-void CellWrites::ApplyTo(Sheet* sheet) {
+void CellWrites::ApplyTo(Sheet* sheet, EffectLog* effects) {
   for (Write& w : writes_) {
     if (w.cell.isEmpty()) {
       sheet->clear(w.row, w.column);
@@ -153,6 +154,7 @@ void CellWrites::ApplyTo(Sheet* sheet) {
       if (w.keepStyle) w.cell.style = sheet->at(w.row, w.column).style;
       sheet->set(w.row, w.column, std::move(w.cell));
     }
+    if (effects) effects->SetCell(sheet->name(), w.row, w.column, sheet->at(w.row, w.column));
   }
   writes_.clear();
 }
@@ -281,16 +283,19 @@ Error RunSelect(const Statement& st, const ExecOptions& o, const std::shared_ptr
 // ---- changes ----
 
 // Write access to the model, copying it first while a result still reads the old one.
+// Also where a change's effects go, when the caller keeps them.
 class Writable {
  public:
-  explicit Writable(std::shared_ptr<Workbook>* book) : book_(book) {}
+  Writable(std::shared_ptr<Workbook>* book, EffectLog* effects) : book_(book), effects_(effects) {}
   Workbook& get() {
     if (book_->use_count() > 1) *book_ = std::make_shared<Workbook>(**book_);
     return **book_;
   }
+  EffectLog* effects() const { return effects_; }
 
  private:
   std::shared_ptr<Workbook>* book_;
+  EffectLog* effects_;
 };
 
 // Whether the statement names the table bare (`t`, [t]), not as a sheet ([t$]) or a region.
@@ -415,8 +420,11 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   }
   Workbook& wb = w.get();
   Sheet* s = wb.findSheet(t.sheet);
-  if (!s) s = &wb.addSheet(t.sheet);
-  header.ApplyTo(s);
+  if (!s) {
+    s = &wb.addSheet(t.sheet);
+    if (w.effects()) w.effects()->AddSheet(t.sheet);
+  }
+  header.ApplyTo(s, w.effects());
   // As the Windows driver does, a table created by a bare name is also a defined name of
   // the workbook, so that catalog clients list it as a TABLE. It covers the header through
   // the sheet's last row: reading through the name reads what reading the sheet does (and
@@ -429,6 +437,11 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
     name.lastRow = xls::kMaxRows - 1;
     name.firstColumn = left;
     name.lastColumn = left + width - 1;
+    if (w.effects()) {
+      w.effects()->AddName(s->name(), name.name,
+                           CellRange{name.firstRow, name.firstColumn, name.lastRow,
+                                     name.lastColumn});
+    }
     wb.addName(std::move(name));
   }
   out->changed = true;
@@ -503,7 +516,7 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
     Error e = writes.Set(row, target[i], values[i], false, name);
     if (!e.ok()) return e;
   }
-  writes.ApplyTo(w.get().findSheet(t.sheet));
+  writes.ApplyTo(w.get().findSheet(t.sheet), w.effects());
   out->changed = true;
   out->rowCount = 1;
   return Error();
@@ -542,7 +555,7 @@ Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Wor
       if (!e.ok()) return e;
     }
   }
-  writes.ApplyTo(w.get().findSheet(t.sheet));
+  writes.ApplyTo(w.get().findSheet(t.sheet), w.effects());
   out->changed = true;
   return Error();
 }
@@ -582,18 +595,19 @@ Error RunDrop(const Statement& st, Writable w, const Workbook& book, Outcome* ou
   if (!stored && !dropsName) return Error();
   Workbook& wb = w.get();
   Sheet* ws = wb.findSheet(t.sheet);
-  if (dropsName) wb.removeName(NameDroppedWith(wb, st.table, ws));
+  if (dropsName) {
+    const xls::DefinedName* n = NameDroppedWith(wb, st.table, ws);
+    if (w.effects()) w.effects()->RemoveName(n->name);
+    wb.removeName(n);
+  }
   out->changed = true;
   if (!stored) return Error();
   if (!t.hasRange) {
     ws->clearAll();
+    if (w.effects()) w.effects()->ClearSheet(ws->name());
   } else {
-    // Bottom-up and right to left: clearing trims trailing rows and cells as it goes.
-    for (int row = lastRow; row >= r.top; --row) {
-      if (row >= static_cast<int>(ws->rows().size())) continue;
-      int width = static_cast<int>(ws->rows()[static_cast<std::size_t>(row)].size());
-      for (int c = std::min(r.right, width - 1); c >= r.left; --c) ws->clear(row, c);
-    }
+    ClearRange(ws, r);
+    if (w.effects()) w.effects()->ClearRange(ws->name(), r);
   }
   return Error();
 }
@@ -606,7 +620,7 @@ Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<W
   // Each statement reads the model as it is and calls Writable::get() only after its last
   // read; if that copies, the old model stays alive in the result that shares it.
   const Workbook& before = **book;
-  Writable w(book);
+  Writable w(book, options.effects);
   switch (st.kind) {
     case Statement::Kind::kSelect:
       return RunSelect(st, options, *book, out);

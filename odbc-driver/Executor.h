@@ -17,10 +17,14 @@
 
 namespace xlsodbc {
 
+class EffectLog;
+
 struct ExecOptions {
   bool firstRowHasNames = true;
   // Values for the ? markers, in order; may hold more than the statement uses.
   const std::vector<Value>* parameters = nullptr;
+  // When set, a statement that succeeds adds what it did to the model (Journal.h).
+  EffectLog* effects = nullptr;
 };
 
 struct Outcome {
@@ -45,9 +49,10 @@ class CellWrites {
   // value in messages.
   // REQUIRES: v is not a parameter marker (bind it first); row, column >= 0.
   Error Set(int row, int column, const Value& v, bool keepStyle, const std::string& columnName);
-  // Makes the queued changes. REQUIRES: every Set of the statement succeeded (a failed Set
-  // queues nothing; the statement then fails whole, applying none).
-  void ApplyTo(xls::Sheet* sheet);
+  // Makes the queued changes, adding each cell's new state to *effects when given.
+  // REQUIRES: every Set of the statement succeeded (a failed Set queues nothing; the
+  // statement then fails whole, applying none).
+  void ApplyTo(xls::Sheet* sheet, EffectLog* effects = nullptr);
 
  private:
   struct Write {

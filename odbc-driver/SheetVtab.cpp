@@ -7,6 +7,7 @@
 
 #include "odbc-driver/CellText.h"
 #include "odbc-driver/Executor.h"
+#include "odbc-driver/Journal.h"
 #include "odbc-driver/SqlRewrite.h"
 #include "odbc-driver/TableRegion.h"
 
@@ -720,6 +721,16 @@ Error SheetModule::Finish() {
     changed_ = true;
   }
   return Error();
+}
+
+void SheetModule::CaptureEffects(EffectLog* out) const {
+  const xls::Workbook& book = **book_;
+  // Every write went through PutCell, which logged its place; a place written twice is
+  // logged twice, and its final state twice is harmless.
+  for (const CellUndo& u : undo_) {
+    const xls::Sheet& s = book.sheets()[u.sheet];
+    out->SetCell(s.name(), u.row, u.column, s.at(u.row, u.column));
+  }
 }
 
 void SheetModule::Undo() {

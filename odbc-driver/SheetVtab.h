@@ -35,6 +35,8 @@
 
 namespace xlsodbc {
 
+class EffectLog;
+
 // A column type as declared to SQLite. The names pick SQLite's affinity on purpose: "STRING"
 // and "TIMESTAMP" have NUMERIC affinity, "DOUBLE" REAL.
 enum class ColumnType { kDouble, kTimestamp, kBit, kVarchar, kLongVarchar };
@@ -106,6 +108,10 @@ class SheetModule {
   Error Finish();
   // Puts back every cell the statement wrote.
   void Undo();
+  // Adds each cell the statement wrote, as it is now, to *out (the formats it added are the
+  // caller's to journal: Database::TakeEffects). REQUIRES: it ran to the end (Finish), before
+  // Commit.
+  void CaptureEffects(EffectLog* out) const;
   // Forgets the statement's log; its changes stay.
   void Commit() { undo_.clear(); }
   bool changed() const { return changed_; }

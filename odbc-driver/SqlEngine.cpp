@@ -460,6 +460,7 @@ Error SqlEngine::Execute(std::string_view sql, const ExecOptions& options,
     } else {
       out->changed = module_->changed();
       if (before && !out->changed) *book = before;
+      if (out->changed && options.effects) module_->CaptureEffects(options.effects);
       out->rowCount = query ? -1 : static_cast<long>(sqlite3_changes64(db_));
     }
     module_->Commit();

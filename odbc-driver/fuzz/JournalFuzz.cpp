@@ -1,7 +1,9 @@
-// Fuzz target for the journal decoder: the bytes are a journal file (header, then records).
-// Decoding never reads past the bytes, stops at a whole record, and is exact: the records
-// it returns encode to bytes that decode to the same records, and a header it accepts
-// encodes back to the bytes it came from.
+// Fuzz target for the journal decoders: the bytes are a journal file (header, then records),
+// read both as records of effects (today's format) and as records of SQL text (the format
+// replayed once after an upgrade). Decoding never reads past the bytes, stops at a whole
+// record, and is exact: the records it returns encode to bytes that decode to the same
+// records, and a header it accepts encodes back to the bytes it came from. Effects that
+// decode apply to a small workbook or fail cleanly.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -71,6 +73,29 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     auto again = xlsodbc::DecodeJournalRecords(encoded.data(), encoded.size(), &reread);
     Require(reread == encoded.size(), "re-encoded records do not decode whole");
     Require(SameRecords(records, again), "re-encoded records decode differently");
+
+    std::vector<std::vector<xlsodbc::Effect>> units;
+    xlsodbc::Error e = xlsodbc::DecodeEffectRecords(data + start, size - start, &units, &consumed);
+    Require(consumed <= size - start, "effects consumed past the end");
+    Require(e.ok() || !e.message().empty(), "a decoding error without a message");
+    encoded.clear();
+    xls::Workbook book;
+    book.addSheet("S");
+    for (const auto& unit : units) {
+      xlsodbc::EffectLog log;
+      for (const auto& effect : unit) log.Add(effect);
+      std::vector<std::uint8_t> one = xlsodbc::EncodeEffectRecord(log);
+      encoded.insert(encoded.end(), one.begin(), one.end());
+      // Cells far out would only measure the allocator: a full grid is gigabytes.
+      bool small = true;
+      for (const auto& effect : unit) small = small && effect.row < 4096 && effect.column < 256;
+      if (small) (void)xlsodbc::ApplyEffects(unit, &book);
+    }
+    std::vector<std::vector<xlsodbc::Effect>> units2;
+    Require(xlsodbc::DecodeEffectRecords(encoded.data(), encoded.size(), &units2, &reread).ok() &&
+                reread == encoded.size(),
+            "re-encoded effects do not decode whole");
+    Require(units == units2, "re-encoded effects decode differently");
   }
   return 0;
 }

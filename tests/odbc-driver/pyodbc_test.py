@@ -56,6 +56,7 @@ try:
     assert tables == [("Sheet1", "TABLE"), ("Données", "TABLE"), ("Sheet1$", "SYSTEM TABLE"),
                       ("Données$", "SYSTEM TABLE")], tables
     assert [c.column_name for c in cur.columns(table="Données$")] == ["Prénom", "Été"]
+    cn.commit()  # autocommit is off: close() would roll the sheet back
     cn.close()
 
     import xlrd
