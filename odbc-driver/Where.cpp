@@ -171,8 +171,9 @@ struct RowFilter::State {
       set.numbers.reserve(positions.size());
       set.texts.reserve(positions.size());
       for (std::size_t i : positions) {
-        int slot;
-        const Scalar* k;
+        // Every position was found by ColumnEqualsConstant above, so it sets both.
+        int slot = 0;
+        const Scalar* k = nullptr;
         ColumnEqualsConstant(nodes[static_cast<std::size_t>(n->children[i])], &slot, &k);
         set.slot = slot;
         if (k->numeric) {

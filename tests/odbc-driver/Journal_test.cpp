@@ -69,17 +69,17 @@ TEST(JournalTest, EffectRecordsRoundTripApplyAndFailLoudly) {
   date.numberFormat = "yyyy-mm-dd hh:mm:ss";
   date.bold = true;
   std::vector<Effect> first = {
-      {Effect::Op::kAddSheet, "T", 0, 0, {}, {}, 0, {}},
-      {Effect::Op::kCell, "T", 0, 0, xls::Cell::Text("Zo\xc3\xab"), {}, 0, {}},
-      {Effect::Op::kAddStyle, "", 0, 0, {}, {}, 1, date},
-      {Effect::Op::kCell, "S", 3, 2, xls::Cell::DateTime(45351.5, 1), {}, 0, {}},
-      {Effect::Op::kCell, "T", 1, 255, xls::Cell::Number(-0.0), {}, 0, {}},
-      {Effect::Op::kCell, "S", 0, 0, xls::Cell(), {}, 0, {}},
-      {Effect::Op::kClearRange, "S", 0, 0, {}, CellRange{1, 1, 1, 1}, 0, {}},
+      {Effect::Op::kAddSheet, "T", 0, 0, {}, {}, 0, {}, {}},
+      {Effect::Op::kCell, "T", 0, 0, xls::Cell::Text("Zo\xc3\xab"), {}, 0, {}, {}},
+      {Effect::Op::kAddStyle, "", 0, 0, {}, {}, 1, date, {}},
+      {Effect::Op::kCell, "S", 3, 2, xls::Cell::DateTime(45351.5, 1), {}, 0, {}, {}},
+      {Effect::Op::kCell, "T", 1, 255, xls::Cell::Number(-0.0), {}, 0, {}, {}},
+      {Effect::Op::kCell, "S", 0, 0, xls::Cell(), {}, 0, {}, {}},
+      {Effect::Op::kClearRange, "S", 0, 0, {}, CellRange{1, 1, 1, 1}, 0, {}, {}},
       {Effect::Op::kAddName, "T", 0, 0, {}, CellRange{0, 0, 65535, 255}, 0, {}, "T"},
   };
   std::vector<Effect> second = {{Effect::Op::kRemoveName, "", 0, 0, {}, {}, 0, {}, "T"},
-                                {Effect::Op::kClearSheet, "T", 0, 0, {}, {}, 0, {}}};
+                                {Effect::Op::kClearSheet, "T", 0, 0, {}, {}, 0, {}, {}}};
   std::vector<std::uint8_t> bytes;
   for (const auto* unit : {&first, &second}) {
     EffectLog log;
