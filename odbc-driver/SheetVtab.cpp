@@ -258,6 +258,11 @@ struct ModuleCallbacks {
     const TableRef ref = NamedTable(book, m->pending_);
     const auto& sheets = book.sheets();
     const xls::Sheet* sheet = book.findSheet(ref.sheet);
+    if (Error e = CheckRegion(ref, m->grid_); !e.ok()) {
+      m->error_ = e;
+      *err = sqlite3_mprintf("%s", e.message().c_str());
+      return SQLITE_ERROR;
+    }
     if (!sheet) {
       m->error_ =
           Error(ErrorKind::kTableNotFound,
@@ -271,13 +276,13 @@ struct ModuleCallbacks {
     t->sheet = static_cast<std::size_t>(sheet - sheets.data());
     t->ref = ref;
     if (m->pendingInsert_) {
-      Error e = InsertSpan(*sheet, ref, m->firstRowHasNames_, book.date1904, &t->view);
+      Error e = InsertSpan(*sheet, ref, m->firstRowHasNames_, book.date1904, m->grid_, &t->view);
       if (!e.ok()) {
         m->error_ = e;
         *err = sqlite3_mprintf("%s", e.message().c_str());
         return SQLITE_ERROR;
       }
-      t->view.lastData = LastRowInColumns(*sheet, t->view.left, t->view.right, xls::kMaxRows - 1);
+      t->view.lastData = LastRowInColumns(*sheet, t->view.left, t->view.right, m->grid_.rows - 1);
     } else {
       t->view = ResolveTable(*sheet, ref, m->firstRowHasNames_, book.date1904);
     }
@@ -572,7 +577,8 @@ struct ModuleCallbacks {
     xls::Workbook& book = m->Writable();
     int row;
     if (insert) {
-      Error e = InsertRow(book.sheets()[t->sheet], t->view, m->firstRowHasNames_, t->ref, &row);
+      Error e =
+          InsertRow(book.sheets()[t->sheet], t->view, m->firstRowHasNames_, t->ref, m->grid_, &row);
       if (!e.ok()) return Fail(t, e);
     } else {
       row = static_cast<int>(sqlite3_value_int64(argv[0]));
@@ -626,9 +632,11 @@ int SheetModule::Register(sqlite3* db) {
   return sqlite3_create_module(db, "xls", &kModule, this);
 }
 
-void SheetModule::Bind(std::shared_ptr<xls::Workbook>* book, bool firstRowHasNames) {
+void SheetModule::Bind(std::shared_ptr<xls::Workbook>* book, bool firstRowHasNames,
+                       const SheetGrid& grid) {
   book_ = book;
   firstRowHasNames_ = firstRowHasNames;
+  grid_ = grid;
   undo_.clear();
   changed_ = false;
   error_ = Error();

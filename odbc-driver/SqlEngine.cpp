@@ -386,7 +386,7 @@ Error SqlEngine::Execute(std::string_view sql, const ExecOptions& options,
   RewrittenSql rw;
   Error e = RewriteSql(sql, &rw);
   if (!e.ok()) return e;
-  module_->Bind(book, options.firstRowHasNames);
+  module_->Bind(book, options.firstRowHasNames, options.grid);
   dates_ = std::move(rw.dateLiterals);
   if (callerDates_) dates_.insert(dates_.end(), callerDates_->begin(), callerDates_->end());
   module_->SetDateTexts(&dates_);
