@@ -150,6 +150,8 @@ PY
   check ".csv bytes" $'"Name","Note"\r\n"apple","it\'s small"\r\n"lime","2"\r\n"pear","half of it"\r\n"fig","ok"\r\n"kiwi","007"\r\nx' \
     "$(cat "$dir/z.csv"; printf x)"
   check "sql on .xlsx" $'Note\n007' "$("$sheet" sql "$x" "SELECT Note FROM [S] WHERE Name = 'kiwi'")"
+  "$sheet" set "$x" Note 6 1.50 -s S; check "set text that looks like a number" 0 $?
+  check "it reads back as written" "1.50" "$("$sheet" cell "$x" Note 6 -s S)"
 
   printf 'not a workbook\n' > "$dir/bad.xlsx"
   seq 1 65537 | sed '1s/^/n\n/' > "$dir/big.csv"  # a header and 65,537 rows

@@ -50,18 +50,22 @@ std::string ConnectString(const std::string& driver, const std::string& book, bo
 
 std::string SqlValue(const std::string& value) {
   if (value.empty()) return "NULL";
-  // -?digits(.digits)?: a bare word the dialect takes, whatever it decides it is.
-  std::size_t i = value[0] == '-' ? 1 : 0, digits = 0, point = 0;
-  for (; i < value.size(); ++i) {
-    if (value[i] >= '0' && value[i] <= '9') {
-      ++digits;
-    } else if (value[i] == '.' && point == 0 && digits > 0) {
-      point = i;
-    } else {
-      break;
-    }
-  }
-  if (i == value.size() && digits > 0 && value.back() != '.' && value.size() <= 20) return value;
+  // -?(0|[1-9]digits)(.digits, the last not 0)?, 15 digits at most: a number whose text
+  // reads back unchanged from the dialect and the engine alike ("007", "1.50" and "-0" do
+  // not, and go in as text).
+  const std::size_t sign = value[0] == '-' ? 1 : 0;
+  const std::size_t point = value.find('.');
+  const std::string whole =
+      value.substr(sign, point == std::string::npos ? std::string::npos : point - sign);
+  const std::string fraction = point == std::string::npos ? "" : value.substr(point + 1);
+  auto digits = [](const std::string& s) {
+    return !s.empty() && s.find_first_not_of("0123456789") == std::string::npos;
+  };
+  const bool number =
+      digits(whole) && (whole == "0" || whole[0] != '0') &&
+      (point == std::string::npos || (digits(fraction) && fraction.back() != '0')) &&
+      whole.size() + fraction.size() <= 15 && value != "-0";
+  if (number) return value;
   std::string out = "'";
   for (char c : value) {
     out += c;

@@ -160,22 +160,29 @@ int XlsxSet(const Options& o) {
   const long column = ResolveColumn(o.words[1], rows, &why);
   if (column == 0) return FailWith("set", file, why);
   if (row > static_cast<long>(rows.size())) return FailWith("set", file, PastLastRow(row, rows));
-  // The engine's row id of a sheet's table is the row's index, 0 for row 1.
-  why = book.Exec("UPDATE " + book.Region(o.sheetName) + " SET [F" + std::to_string(column) +
-                  "] = " + SqlValue(o.words[3]) + " WHERE ROWID IN (" + std::to_string(row - 1) +
-                  ")");
-  if (!why.empty()) return FailWith("set", file, why);
-  bool missing;
-  why = book.Read(o.sheetName, &rows, &missing);
-  if (!why.empty()) return FailWith("set", file, why);
-  const std::string& now =
-      rows[static_cast<std::size_t>(row - 1)][static_cast<std::size_t>(column - 1)];
-  if (now != o.words[3]) {
-    return FailWith(
-        "set", file,
-        "row " + std::to_string(row) + " reads \"" + now + "\", not \"" + o.words[3] + "\"");
+  // The engine's row id of a sheet's table is the row's index, 0 for row 1. The engine
+  // reads text that looks like a number as the number ("1.50" as 1.5): the dialect then
+  // sets it again as text over the row as a one-row table, which now reaches the column.
+  const std::string set = " SET [F" + std::to_string(column) + "] = ";
+  why = book.Exec("UPDATE " + book.Region(o.sheetName) + set + SqlValue(o.words[3]) +
+                  " WHERE ROWID IN (" + std::to_string(row - 1) + ")");
+  for (int attempt = 0; why.empty(); ++attempt) {
+    bool missing;
+    why = book.Read(o.sheetName, &rows, &missing);
+    if (!why.empty()) break;
+    const std::string& now =
+        rows[static_cast<std::size_t>(row - 1)][static_cast<std::size_t>(column - 1)];
+    if (now == o.words[3]) return 0;
+    if (attempt == 1) {
+      why = "row " + std::to_string(row) + " reads \"" + now + "\", not \"" + o.words[3] + "\"";
+      break;
+    }
+    std::string text = "'";
+    for (char c : o.words[3]) text += c == '\'' ? std::string("''") : std::string(1, c);
+    why = book.Exec("UPDATE " + DriverBook::Cells(o.sheetName, row, 1, row, column) + set + text +
+                    "'");
   }
-  return 0;
+  return FailWith("set", file, why);
 }
 
 int XlsxAdd(const Options& o) {
