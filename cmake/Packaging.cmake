@@ -42,7 +42,7 @@ set(CPACK_DEBIAN_ODBC_PACKAGE_SECTION database)
 set(CPACK_DEBIAN_ODBC_PACKAGE_DEPENDS "odbcinst")
 set(CPACK_DEBIAN_ODBC_PACKAGE_RECOMMENDS "unixodbc")
 set(CPACK_COMPONENT_ODBC_DESCRIPTION
-  "ODBC driver for Excel 97-2003 workbooks (.xls)\n Registered with unixODBC as Excel Workbook Driver (*.xls) on installation.")
+  "ODBC driver for Excel workbooks (.xls, .xlsx, .xlsm)\n Registered with unixODBC on installation as Excel Workbook Driver (*.xls, *.xlsx, *.xlsm),\n and under its earlier name Excel Workbook Driver (*.xls) for data sources that use it.")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/deb/odbc-xls.postinst.in
   ${PROJECT_BINARY_DIR}/deb/odbc-xls/postinst @ONLY FILE_PERMISSIONS OWNER_READ OWNER_WRITE
   OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)

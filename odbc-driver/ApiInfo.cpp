@@ -159,8 +159,8 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
     case SQL_MAX_IDENTIFIER_LEN:
       return u16(255);
     case SQL_MAX_COLUMNS_IN_SELECT:
-    case SQL_MAX_COLUMNS_IN_TABLE:
-      return u16(256);
+    case SQL_MAX_COLUMNS_IN_TABLE:  // a sheet's columns: 256 in .xls, 16,384 in .xlsx
+      return u16(static_cast<SQLUINTEGER>((dbc->db ? dbc->db->grid() : kXlsGrid).columns));
     case SQL_MAX_CATALOG_NAME_LEN:
     case SQL_MAX_SCHEMA_NAME_LEN:
     case SQL_MAX_CURSOR_NAME_LEN:

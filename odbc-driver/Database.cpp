@@ -12,10 +12,27 @@
 #include "odbc-driver/SqlEngine.h"
 #include "xls/Xls.h"
 #include "xls/Xlsx.h"
+#include "xls/XlsxZip.h"
 
 namespace xlsodbc {
 
 namespace {
+
+// Excel keeps a workbook's macros in this part; the codec reads past it and never writes it.
+bool HoldsMacros(const xls::FileBytes& bytes) {
+  xls::ZipPartReader zip;
+  return zip.Open(bytes.data(), bytes.size()).ok() && zip.Has("xl/vbaProject.bin");
+}
+
+// A new workbook takes the format its name asks for; a name that asks for neither is refused
+// rather than given content another program would not expect under it.
+bool NamesAFormat(const std::string& path) {
+  std::size_t dot = path.rfind('.');
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return false;
+  std::string ext = path.substr(dot + 1);
+  for (char& c : ext) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return ext == "xls" || ext == "xlsx" || ext == "xlsm";
+}
 
 bool IsMacroEnabledName(const std::string& path) {
   if (path.size() < 5) return false;
@@ -53,6 +70,7 @@ void SleepMs(int ms) {
 Database::Database(DatabaseOptions options)
     : options_(std::move(options)),
       model_(std::make_shared<xls::Workbook>()),
+      format_(xls::FormatOfPath(options_.path)),
       lastFlush_(Clock::now()) {}
 
 Database::~Database() {
@@ -72,12 +90,18 @@ Error ReadOnlyConnection() {
 Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* out) {
   if (options.path.empty()) {
     return Error(ErrorKind::kWorkbookMissing,
-                 "No workbook given: set DBQ to the path of an .xls file.");
+                 "No workbook given: set DBQ to the path of an .xls or .xlsx file.");
   }
   FileId id = StatPath(options.path);
   if (!id.exists && !options.create) {
     return Error(ErrorKind::kWorkbookMissing,
                  "Workbook '" + options.path + "' not found (give CREATE_DB to create it).");
+  }
+  if (!id.exists && !id.error && !NamesAFormat(options.path)) {
+    return Error(ErrorKind::kWorkbookMissing,
+                 "Cannot create '" + options.path +
+                     "': a new workbook's name ends in .xls (Excel 97-2003) or .xlsx (Excel "
+                     "2007 and later), which chooses its format.");
   }
   std::unique_ptr<Database> db(new Database(options));
   // The journal and its lock belong to the file itself: every link to it shares them.
@@ -102,7 +126,13 @@ Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* 
   return Error();
 }
 
-Error Database::CheckNotEncrypted() const {
+Error Database::CheckSavable() const {
+  if (macros_) {
+    return Error(ErrorKind::kReadOnly, "Workbook '" + options_.path +
+                                           "' holds macros; changes are refused, since saving "
+                                           "it would drop them (the driver does not write "
+                                           "macros). Save a copy as .xlsx to change it.");
+  }
   if (!model_->encrypted) return Error();
   // Saving would write the workbook without its password: refused, as a read-only file is.
   return Error(ErrorKind::kReadOnly, "Workbook '" + options_.path +
@@ -236,6 +266,11 @@ Error Database::Refresh() {
       }
       if (journalFd_ >= 0) hash = Fnv64(bytes.data(), bytes.size());
       id.size = bytes.size();
+      format_ = xls::FormatOfBytes(bytes.data(), bytes.size());
+      macros_ = format_ == xls::WorkbookFormat::kXlsx && HoldsMacros(bytes);
+    } else {
+      format_ = xls::FormatOfPath(options_.path);
+      macros_ = false;
     }
     model_ = std::move(fresh);
     journaledStyles_ = model_->styles().size();
@@ -328,6 +363,7 @@ Error Database::ReplayLegacy(const std::vector<std::uint8_t>& tail, std::size_t*
     Outcome ignored;
     ExecOptions o;
     o.firstRowHasNames = r.firstRowHasNames;
+    o.grid = grid();
     o.parameters = &r.parameters;
     // Each record ran without error against this very state when it was written.
     if (ParseSql(r.sql, &st).ok()) xlsodbc::Execute(st, o, &model_, &ignored);
@@ -440,8 +476,9 @@ Error Database::FlushIfDue() {
 Error Database::Fold(bool closing) {
   if (model_->sheets().empty()) return Error();
   std::vector<std::uint8_t> bytes;
-  // The file keeps its format: an .xlsx (or .xlsm) name gets Office Open XML, any other .xls.
-  xls::Status s = xls::FormatOfPath(options_.path) == xls::WorkbookFormat::kXlsx
+  // The file keeps its format (an .xls name holding Office Open XML stays so, since its sheets
+  // may be larger than .xls holds); a new one takes its name's.
+  xls::Status s = format_ == xls::WorkbookFormat::kXlsx
                       ? xls::WriteXlsxToMemory(*model_, &bytes, IsMacroEnabledName(options_.path))
                       : xls::WriteWorkbookToMemory(*model_, &bytes);
   if (!s.ok()) return Error(ErrorKind::kIO, "Cannot encode the workbook: " + s.ToString() + ".");
@@ -493,7 +530,7 @@ Error Database::BeginChange() {
   Error e = CheckWritableOnce();
   if (e.ok()) e = Lock(true, true);
   if (e.ok()) e = CatchUp();
-  if (e.ok()) e = CheckNotEncrypted();
+  if (e.ok()) e = CheckSavable();
   if (e.ok() && loaded_.exists) e = StartJournal();
   if (!e.ok()) {
     Unlock();
@@ -551,6 +588,7 @@ Error Database::Execute(const std::string& sql, const Statement& st,
   (void)sql;
   ExecOptions o;
   o.firstRowHasNames = options_.firstRowHasNames;
+  o.grid = grid();
   o.parameters = &parameters;
   if (!st.changesData()) {
     Error e = Lock(false, false);
@@ -651,6 +689,7 @@ Error Database::ExecuteBatch(const std::string& sql, const Statement& st,
   ExecOptions o;
   o.firstRowHasNames = options_.firstRowHasNames;
   o.effects = &effects;
+  o.grid = grid();
   for (std::size_t i = 0; i < sets.size(); ++i) {
     Outcome out;
     o.parameters = &sets[i];
@@ -691,6 +730,7 @@ Error Database::ExecuteEngine(const std::string& sql, bool query,
   ExecOptions o;
   o.firstRowHasNames = options_.firstRowHasNames;
   if (!query) o.effects = &effects;
+  o.grid = grid();
   engine_->SetDateTexts(&dateTexts);
   bool changed = false;
   Error failed;

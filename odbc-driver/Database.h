@@ -48,6 +48,7 @@
 #include "odbc-driver/Journal.h"
 #include "odbc-driver/WorkbookStore.h"
 #include "xls/Workbook.h"
+#include "xls/Xlsx.h"
 
 namespace xlsodbc {
 
@@ -111,6 +112,11 @@ class Database {
   bool readOnly() const { return options_.readOnly; }
   bool firstRowHasNames() const { return options_.firstRowHasNames; }
   const std::string& path() const { return options_.path; }
+  // The sheet size of the format the workbook is saved in: the file's own once it exists
+  // (read from its bytes, whatever its name), else the one its name asks for.
+  const SheetGrid& grid() const {
+    return format_ == xls::WorkbookFormat::kXlsx ? kXlsxGrid : kXlsGrid;
+  }
 
  private:
   explicit Database(DatabaseOptions options);
@@ -150,13 +156,16 @@ class Database {
   // closing: the journal is not started again, so the new bytes need no hash.
   Error Fold(bool closing = false);
   Error CheckWritableOnce();
-  // A change to a workbook read with a password is refused (kReadOnly).
-  Error CheckNotEncrypted() const;
+  // A change to a workbook read with a password, or holding macros, is refused (kReadOnly):
+  // saving it would drop the protection or the macros.
+  Error CheckSavable() const;
 
   DatabaseOptions options_;
   std::string file_;  // options_.path with symbolic links followed, resolved at Open
   std::shared_ptr<xls::Workbook> model_;
   FileId loaded_;               // the workbook file the model was read from
+  xls::WorkbookFormat format_;  // what Fold writes (see grid())
+  bool macros_ = false;         // the file read holds a VBA project
   std::uint64_t baseHash_ = 0;  // FNV-1a of that file's bytes, once baseHashKnown_
   // Hashing a large workbook costs as much as a quick query: a connection that only reads
   // and finds no journal never needs the hash, so it is taken when a journal is involved.

@@ -108,15 +108,15 @@ void AsStored(std::string_view text, std::string* stored, std::size_t* units) {
 
 Error CellWrites::Set(int row, int column, const Value& v, bool keepStyle,
                       const std::string& columnName) {
-  if (row >= xls::kMaxRows) {
-    return Error(ErrorKind::kTableFull, "No row left for column " + QuoteShort(columnName) +
-                                            ": a sheet holds " + WithCommas(xls::kMaxRows) +
-                                            " rows.");
+  if (row >= grid_.rows) {
+    return Error(ErrorKind::kTableFull,
+                 "No row left for column " + QuoteShort(columnName) + ": a sheet holds " +
+                     WithCommas(static_cast<std::size_t>(grid_.rows)) + " rows.");
   }
-  if (column >= xls::kMaxColumns) {
-    return Error(ErrorKind::kTooManyColumns, "Column " + QuoteShort(columnName) +
-                                                 " would lie past column IV: a sheet has " +
-                                                 std::to_string(xls::kMaxColumns) + " columns.");
+  if (column >= grid_.columns) {
+    return Error(ErrorKind::kTooManyColumns,
+                 "Column " + QuoteShort(columnName) + " would lie past column " + grid_.lastColumn +
+                     ": a sheet has " + std::to_string(grid_.columns) + " columns.");
   }
   Write w{row, column, keepStyle, Cell()};
   if (v.kind == Value::Kind::kNumber) {
@@ -347,7 +347,8 @@ bool IsDefinedNameText(std::string_view text) {
   return i != text.size();
 }
 
-Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* out) {
+Error RunCreate(const Statement& st, const SheetGrid& grid, Writable w, const Workbook& book,
+                Outcome* out) {
   const TableRef& t = st.table;
   for (std::size_t i = 0; i < st.columns.size(); ++i) {
     for (std::size_t j = 0; j < i; ++j) {
@@ -360,15 +361,16 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
   int top = t.hasRange ? t.range.top : 0;
   int left = t.hasRange ? t.range.left : 0;
   int width = static_cast<int>(st.columns.size());
-  if (left + width > xls::kMaxColumns || (t.hasRange && left + width - 1 > t.range.right)) {
+  if (left + width > grid.columns || (t.hasRange && left + width - 1 > t.range.right)) {
     return Error(ErrorKind::kTooManyColumns,
                  "Table " + Quote(t.written) + " cannot hold " + std::to_string(width) +
                      " columns: " +
-                     (left + width > xls::kMaxColumns ? "a sheet ends at column IV."
-                                                      : "the region is narrower."));
+                     (left + width > grid.columns
+                          ? std::string("a sheet ends at column ") + grid.lastColumn + "."
+                          : std::string("the region is narrower.")));
   }
   // The header as it will be stored, for comparing with a header already there.
-  CellWrites header;
+  CellWrites header(grid);
   std::vector<std::string> names(st.columns.size());
   for (int i = 0; i < width; ++i) {
     const std::string& name = st.columns[static_cast<std::size_t>(i)];
@@ -387,7 +389,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
     // these names in this order in its header row, either at the region's top row or at the
     // top of the values in its columns (the spreadsheet library declares its table again
     // over [Sheet1$A4:IV65536] before each save, with the header in row 1).
-    int right = t.hasRange ? t.range.right : xls::kMaxColumns - 1;
+    int right = t.hasRange ? t.range.right : grid.columns - 1;
     TableView used = ResolveTable(*existing, t, true, book.date1904);
     if (!t.hasRange) left = used.left, top = used.top;
     auto headerIs = [&](int row) {
@@ -413,7 +415,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
     }
     // Columns that hold nothing down to the region's bottom take a new table, beside the
     // others on the sheet; anything else is a different table in the way.
-    int bottom = t.hasRange ? t.range.bottom : xls::kMaxRows - 1;
+    int bottom = t.hasRange ? t.range.bottom : grid.rows - 1;
     if (!t.hasRange || LastRowInColumns(*existing, left, right, bottom) >= 0) {
       return Error(ErrorKind::kTableExists, "Table " + Quote(t.written) + " already exists.");
     }
@@ -434,7 +436,7 @@ Error RunCreate(const Statement& st, Writable w, const Workbook& book, Outcome* 
     name.name = t.sheet;
     name.sheet = static_cast<int>(s - wb.sheets().data());
     name.firstRow = top;
-    name.lastRow = xls::kMaxRows - 1;
+    name.lastRow = grid.rows - 1;
     name.firstColumn = left;
     name.lastColumn = left + width - 1;
     if (w.effects()) {
@@ -470,11 +472,11 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
                    "Table " + Quote(t.written) + " has no columns: create it first.");
     }
     top = 0;
-    while (LastInRow(*s, top, 0, xls::kMaxColumns - 1) < 0) ++top;
+    while (LastInRow(*s, top, 0, o.grid.columns - 1) < 0) ++top;
     const auto& header = *RowAt(*s, top);
     left = 0;
     while (header[static_cast<std::size_t>(left)].isEmpty()) ++left;
-    right = LastInRow(*s, top, 0, xls::kMaxColumns - 1);
+    right = LastInRow(*s, top, 0, o.grid.columns - 1);
   }
   std::vector<int> target(values.size());
   if (st.columns.empty()) {
@@ -497,14 +499,14 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
     }
   }
   // Just below the last record in the table's columns: never over a value.
-  int last = LastRowInColumns(*s, left, right, xls::kMaxRows - 1);
+  int last = LastRowInColumns(*s, left, right, o.grid.rows - 1);
   int row = last >= 0 ? last + 1 : (o.firstRowHasNames ? top + 1 : top);
-  if (row >= xls::kMaxRows) {
-    return Error(ErrorKind::kTableFull, "Table " + Quote(t.written) +
-                                            " is full: a sheet ends at row " +
-                                            WithCommas(xls::kMaxRows) + ".");
+  if (row >= o.grid.rows) {
+    return Error(ErrorKind::kTableFull,
+                 "Table " + Quote(t.written) + " is full: a sheet ends at row " +
+                     WithCommas(static_cast<std::size_t>(o.grid.rows)) + ".");
   }
-  CellWrites writes;
+  CellWrites writes(o.grid);
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (values[i].kind == Value::Kind::kNull) continue;
     std::string name;
@@ -538,7 +540,7 @@ Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Wor
     if (!e.ok()) return e;
   }
   // The values are checked even when no row matches: the statement is refused either way.
-  CellWrites probe;
+  CellWrites probe(o.grid);
   for (std::size_t i = 0; i < cols.size(); ++i) {
     Error e = probe.Set(0, cols[i], values[i], true, st.columns[i]);
     if (!e.ok()) return e;
@@ -548,7 +550,7 @@ Error RunUpdate(const Statement& st, const ExecOptions& o, Writable w, const Wor
   if (!e.ok()) return e;
   out->rowCount = static_cast<long>(rows.size());
   if (rows.empty()) return Error();
-  CellWrites writes;
+  CellWrites writes(o.grid);
   for (int r : rows) {
     for (std::size_t i = 0; i < cols.size(); ++i) {
       Error e = writes.Set(r, cols[i], values[i], true, st.columns[i]);  // keeps the format
@@ -575,7 +577,7 @@ Error RunDrop(const Statement& st, Writable w, const Workbook& book, Outcome* ou
   const Sheet* s = book.findSheet(t.sheet);
   if (!s) return TableNotFound(t);
   const bool dropsName = NameDroppedWith(book, st.table, s) != nullptr;
-  CellRange r{0, 0, xls::kMaxRows - 1, xls::kMaxColumns - 1};
+  CellRange r{0, 0, xls::kXlsxMaxRows - 1, xls::kXlsxMaxColumns - 1};
   if (t.hasRange) r = t.range;
   // Count what is there first, so that dropping an empty region changes nothing.
   long cleared = 0;
@@ -621,11 +623,13 @@ Error Execute(const Statement& st, const ExecOptions& options, std::shared_ptr<W
   // read; if that copies, the old model stays alive in the result that shares it.
   const Workbook& before = **book;
   Writable w(book, options.effects);
+  Error e = CheckRegion(st.table, options.grid);
+  if (!e.ok()) return e;
   switch (st.kind) {
     case Statement::Kind::kSelect:
       return RunSelect(st, options, *book, out);
     case Statement::Kind::kCreate:
-      return RunCreate(st, w, before, out);
+      return RunCreate(st, options.grid, w, before, out);
     case Statement::Kind::kInsert:
       return RunInsert(st, options, w, before, out);
     case Statement::Kind::kUpdate:

@@ -12,6 +12,7 @@
 
 #include "odbc-driver/Error.h"
 #include "odbc-driver/ResultSet.h"
+#include "odbc-driver/SheetGrid.h"
 #include "odbc-driver/Sql.h"
 #include "xls/Workbook.h"
 
@@ -21,6 +22,8 @@ class EffectLog;
 
 struct ExecOptions {
   bool firstRowHasNames = true;
+  // The sheet size of the format the workbook is saved in (SheetGrid.h).
+  SheetGrid grid = kXlsGrid;
   // Values for the ? markers, in order; may hold more than the statement uses.
   const std::vector<Value>* parameters = nullptr;
   // When set, a statement that succeeds adds what it did to the model (Journal.h).
@@ -40,11 +43,13 @@ struct Outcome {
 // a model that saves and reads back equal.
 class CellWrites {
  public:
+  explicit CellWrites(const SheetGrid& grid) : grid_(grid) {}
   // Queues row, column := v (kNull: the cell is cleared). keepStyle: the cell keeps its
   // format. Fails with
-  //   kStringTooLong  text past 32,767 UTF-16 code units, what a BIFF8 cell holds;
+  //   kStringTooLong  text past 32,767 UTF-16 code units, what a cell holds in either format;
   //   kInvalidValue   a number that is NaN or infinite (a file cannot hold one);
-  //   kTableFull      a row past 65,536;  kTooManyColumns  a column past 256 (IV).
+  //   kTableFull      a row past the grid's (65,536 in .xls, 1,048,576 in .xlsx);
+  //   kTooManyColumns a column past the grid's (IV in .xls, XFD in .xlsx).
   // Invalid UTF-8 is stored as U+FFFD, as the codec would write it. columnName names the
   // value in messages.
   // REQUIRES: v is not a parameter marker (bind it first); row, column >= 0.
@@ -60,6 +65,7 @@ class CellWrites {
     bool keepStyle;
     xls::Cell cell;
   };
+  SheetGrid grid_;
   std::vector<Write> writes_;
 };
 

@@ -268,6 +268,11 @@ struct ModuleCallbacks {
     const TableRef ref = NamedTable(book, m->pending_);
     const auto& sheets = book.sheets();
     const xls::Sheet* sheet = book.findSheet(ref.sheet);
+    if (Error e = CheckRegion(ref, m->grid_); !e.ok()) {
+      m->error_ = e;
+      *err = sqlite3_mprintf("%s", e.message().c_str());
+      return SQLITE_ERROR;
+    }
     if (!sheet) {
       m->error_ =
           Error(ErrorKind::kTableNotFound,
@@ -281,7 +286,8 @@ struct ModuleCallbacks {
     t->sheet = static_cast<std::size_t>(sheet - sheets.data());
     t->ref = ref;
     t->insertTarget = m->pendingInsert_;
-    Error e = View(*sheet, ref, t->insertTarget, m->firstRowHasNames_, book.date1904, &t->view);
+    Error e = View(*sheet, ref, t->insertTarget, m->firstRowHasNames_, book.date1904, m->grid_,
+                   &t->view);
     if (!e.ok()) {
       m->error_ = e;
       *err = sqlite3_mprintf("%s", e.message().c_str());
@@ -310,11 +316,11 @@ struct ModuleCallbacks {
   // What a table shows of s: an INSERT's target from its header down to the last record in
   // its columns, anything else the region or used range.
   static Error View(const xls::Sheet& s, const TableRef& ref, bool insertTarget,
-                    bool firstRowHasNames, bool date1904, TableView* v) {
+                    bool firstRowHasNames, bool date1904, const SheetGrid& grid, TableView* v) {
     if (insertTarget) {
-      Error e = InsertSpan(s, ref, firstRowHasNames, date1904, v);
+      Error e = InsertSpan(s, ref, firstRowHasNames, date1904, grid, v);
       if (!e.ok()) return e;
-      v->lastData = LastRowInColumns(s, v->left, v->right, xls::kMaxRows - 1);
+      v->lastData = LastRowInColumns(s, v->left, v->right, grid.rows - 1);
     } else {
       *v = ResolveTable(s, ref, firstRowHasNames, date1904);
     }
@@ -594,7 +600,8 @@ struct ModuleCallbacks {
     xls::Workbook& book = m->Writable();
     int row;
     if (insert) {
-      Error e = InsertRow(book.sheets()[t->sheet], t->view, m->firstRowHasNames_, t->ref, &row);
+      Error e =
+          InsertRow(book.sheets()[t->sheet], t->view, m->firstRowHasNames_, t->ref, m->grid_, &row);
       if (!e.ok()) return Fail(t, e);
     } else {
       row = static_cast<int>(sqlite3_value_int64(argv[0]));
@@ -648,9 +655,11 @@ int SheetModule::Register(sqlite3* db) {
   return sqlite3_create_module(db, "xls", &kModule, this);
 }
 
-void SheetModule::Bind(std::shared_ptr<xls::Workbook>* book, bool firstRowHasNames) {
+void SheetModule::Bind(std::shared_ptr<xls::Workbook>* book, bool firstRowHasNames,
+                       const SheetGrid& grid) {
   book_ = book;
   firstRowHasNames_ = firstRowHasNames;
+  grid_ = grid;
   undo_.clear();
   changed_ = false;
   error_ = Error();
@@ -669,14 +678,15 @@ bool SheetModule::Refresh(bool appendedOnly) {
     t->indexed = -1;
     t->index.clear();
     if (t->insertTarget && appendedOnly) {
-      const int last = LastRowInColumns(s, t->view.left, t->view.right, xls::kMaxRows - 1);
+      const int last = LastRowInColumns(s, t->view.left, t->view.right, grid_.rows - 1);
       if (last > t->view.lastData) {
         t->kinds.Add(s, t->view, std::max(t->view.lastData + 1, t->view.firstData), last);
         t->view.lastData = last;
       }
     } else {
       TableView v;
-      if (!ModuleCallbacks::View(s, t->ref, t->insertTarget, firstRowHasNames_, book.date1904, &v)
+      if (!ModuleCallbacks::View(s, t->ref, t->insertTarget, firstRowHasNames_, book.date1904,
+                                 grid_, &v)
                .ok() ||
           v.left != t->view.left || v.names != t->view.names) {
         return false;

@@ -82,8 +82,9 @@ class SheetModule {
   // Registers the module on db; the module must outlive the connection's use of it.
   int Register(sqlite3* db);
 
-  // The model and options for the next statement. book stays owned by the caller.
-  void Bind(std::shared_ptr<xls::Workbook>* book, bool firstRowHasNames);
+  // The model and options for the next statement. book stays owned by the caller; grid is
+  // the sheet size of the format it is saved in.
+  void Bind(std::shared_ptr<xls::Workbook>* book, bool firstRowHasNames, const SheetGrid& grid);
 
   // The next virtual table created takes this table, as INSERT's target when insertTarget.
   void Expect(const TableRef& table, bool insertTarget) {
@@ -133,6 +134,7 @@ class SheetModule {
 
   std::shared_ptr<xls::Workbook>* book_ = nullptr;
   bool firstRowHasNames_ = true;
+  SheetGrid grid_ = kXlsGrid;
   bool readOnly_ = true;
   TableRef pending_;
   bool pendingInsert_ = false;

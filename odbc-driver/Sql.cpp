@@ -151,8 +151,9 @@ class Parser {
           IsRangePastLastColumn(std::string_view(name).substr(dollar + 1))) {
         // The region alone: it is short, where the sheet's name may not be.
         return FailLimit(ErrorKind::kTooManyColumns,
-                         "The region " + name.substr(dollar + 1) + " reaches past column IV: " +
-                             "a sheet has " + std::to_string(xls::kMaxColumns) + " columns.");
+                         "The region " + name.substr(dollar + 1) +
+                             " reaches past column XFD: no workbook has more than " +
+                             std::to_string(xls::kXlsxMaxColumns) + " columns.");
       }
       p_ = start;
       return Fail("bad table name or cell range");
@@ -449,8 +450,9 @@ class Parser {
   Error error_;
 };
 
-// "A1" -> row 0, column 0; false when malformed or past row 65,536. Columns run to ZZZ
-// here: the callers decide what past IV means.
+// "A1" -> row 0, column 0; false when malformed or past row 1,048,576. Columns run to ZZZ
+// here: the callers decide what past XFD means. The workbook's own grid is held to later
+// (CheckRegion), since a statement is parsed before it meets a workbook.
 bool ParseCellAnyColumn(std::string_view t, int* row, int* col) {
   std::size_t i = 0;
   int c = 0;
@@ -458,15 +460,15 @@ bool ParseCellAnyColumn(std::string_view t, int* row, int* col) {
   if (i == 0 || i == t.size()) return false;
   long r = 0;
   std::size_t digits = i;
-  while (i < t.size() && IsDigit(t[i]) && i - digits < 6) r = r * 10 + (t[i++] - '0');
-  if (i != t.size() || r < 1 || r > xls::kMaxRows) return false;
+  while (i < t.size() && IsDigit(t[i]) && i - digits < 7) r = r * 10 + (t[i++] - '0');
+  if (i != t.size() || r < 1 || r > xls::kXlsxMaxRows) return false;
   *row = static_cast<int>(r - 1);
   *col = c - 1;
   return true;
 }
 
 bool ParseCell(std::string_view t, int* row, int* col) {
-  return ParseCellAnyColumn(t, row, col) && *col < xls::kMaxColumns;
+  return ParseCellAnyColumn(t, row, col) && *col < xls::kXlsxMaxColumns;
 }
 
 }  // namespace
@@ -497,7 +499,7 @@ bool IsRangePastLastColumn(std::string_view text) {
              !ParseCellAnyColumn(text.substr(colon + 1), &r2, &c2)) {
     return false;
   }
-  return c1 >= xls::kMaxColumns || c2 >= xls::kMaxColumns;
+  return c1 >= xls::kXlsxMaxColumns || c2 >= xls::kXlsxMaxColumns;
 }
 
 bool ParseTableName(std::string_view name, TableRef* out) {

@@ -8,9 +8,9 @@
 //   DROP TABLE table
 //
 // A table is [Sheet], Sheet, [Sheet$] (the sheet's used range) or [Sheet$A1:IV65536] (a
-// region; corners in either order). Values are 'text' ('' inside means '), numbers, NULL,
-// ? (a parameter) or bare words, which are taken as text.
-// ParseSql owns nothing beyond its result; it never throws and never reads past the text.
+// region; corners in either order, up to XFD1048576). Values are 'text' ('' inside means '),
+// numbers, NULL, ? (a parameter) or bare words, which are taken as text. ParseSql owns nothing
+// beyond its result; it never throws and never reads past the text.
 #pragma once
 
 #include <memory>
@@ -79,19 +79,20 @@ struct Statement {
 
 // Parses one statement (an optional trailing ';' allowed). On failure *out is unspecified
 // and the error, of kind kSyntax, gives the 1-based character position and what was found;
-// a condition past the limits above is kTooComplex, and a region past column IV
-// kTooManyColumns.
+// a condition past the limits above is kTooComplex, and a region past column XFD
+// kTooManyColumns. Regions are taken on the .xlsx grid: an .xls workbook refuses what lies
+// past IV65536 when the statement runs (CheckRegion in TableRegion.h).
 Error ParseSql(std::string_view sql, Statement* out);
 
-// Parses "A1", "A1:IV65536" or "IV1:A3" into an ordered range; false when malformed or
-// outside the 256 x 65,536 grid.
+// Parses "A1", "A1:XFD1048576" or "IV1:A3" into an ordered range; false when malformed or
+// outside the 16,384 x 1,048,576 grid.
 [[nodiscard]] bool ParseCellRange(std::string_view text, CellRange* out);
 
 // Splits a table name as written inside brackets into sheet and range.
 [[nodiscard]] bool ParseTableName(std::string_view name, TableRef* out);
 
-// True when text names a cell or region with a column past IV ("IW1", "A1:XFD9"): well
-// formed, but beyond the sheet's 256 columns.
+// True when text names a cell or region with a column past XFD ("XFE1", "A1:ZZZ9"): well
+// formed, but beyond any workbook's 16,384 columns.
 [[nodiscard]] bool IsRangePastLastColumn(std::string_view text);
 
 // A bare word or a number's text that reads back the same way as a number: "10", "-2.5",

@@ -398,7 +398,7 @@ Error SqlEngine::Execute(std::string_view sql, const ExecOptions& options,
   steps_ = 0;
   const bool firstRowHasNames = options.firstRowHasNames;
   bool reuse = repeat && kept_ && keptSql_ == sql && keptFirstRowHasNames_ == firstRowHasNames;
-  module_->Bind(book, firstRowHasNames);
+  module_->Bind(book, firstRowHasNames, options.grid);
   // A repeat of an INSERT has only appended rows since its tables were made.
   if (reuse && !module_->Refresh(keptRw_->verb == RewrittenSql::Verb::kInsert)) reuse = false;
   Error e;

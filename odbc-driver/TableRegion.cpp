@@ -106,8 +106,34 @@ int FindColumn(const TableView& v, const std::string& name) {
   return -1;
 }
 
+std::string ColumnLetters(int column) {
+  std::string out;
+  for (int c = column + 1; c > 0; c = (c - 1) / 26) {
+    out.insert(out.begin(), static_cast<char>('A' + (c - 1) % 26));
+  }
+  return out;
+}
+
+Error CheckRegion(const TableRef& t, const SheetGrid& grid) {
+  if (!t.hasRange) return Error();
+  const CellRange& r = t.range;
+  const std::string region = ColumnLetters(r.left) + std::to_string(r.top + 1) + ":" +
+                             ColumnLetters(r.right) + std::to_string(r.bottom + 1);
+  if (r.right >= grid.columns) {
+    return Error(ErrorKind::kTooManyColumns, "The region " + region + " reaches past column " +
+                                                 grid.lastColumn + ": a sheet has " +
+                                                 std::to_string(grid.columns) + " columns.");
+  }
+  if (r.bottom >= grid.rows) {
+    return Error(ErrorKind::kSyntax, "The region " + region + " reaches past row " +
+                                         std::to_string(grid.rows) + ": a sheet has " +
+                                         std::to_string(grid.rows) + " rows.");
+  }
+  return Error();
+}
+
 Error InsertSpan(const xls::Sheet& s, const TableRef& t, bool firstRowHasNames, bool date1904,
-                 TableView* v) {
+                 const SheetGrid& grid, TableView* v) {
   *v = TableView();
   if (t.hasRange) {
     v->top = t.range.top, v->left = t.range.left, v->right = t.range.right;
@@ -117,11 +143,11 @@ Error InsertSpan(const xls::Sheet& s, const TableRef& t, bool firstRowHasNames, 
                    "Table '" + t.written + "' has no columns: create it first.");
     }
     v->top = 0;
-    while (LastInRow(s, v->top, 0, xls::kMaxColumns - 1) < 0) ++v->top;
+    while (LastInRow(s, v->top, 0, grid.columns - 1) < 0) ++v->top;
     const auto& header = *RowAt(s, v->top);
     v->left = 0;
     while (header[static_cast<std::size_t>(v->left)].isEmpty()) ++v->left;
-    v->right = LastInRow(s, v->top, 0, xls::kMaxColumns - 1);
+    v->right = LastInRow(s, v->top, 0, grid.columns - 1);
   }
   v->empty = false;
   v->firstData = firstRowHasNames ? v->top + 1 : v->top;
@@ -130,12 +156,12 @@ Error InsertSpan(const xls::Sheet& s, const TableRef& t, bool firstRowHasNames, 
 }
 
 Error InsertRow(const xls::Sheet& s, const TableView& v, bool firstRowHasNames, const TableRef& t,
-                int* row) {
-  int last = LastRowInColumns(s, v.left, v.right, xls::kMaxRows - 1);
+                const SheetGrid& grid, int* row) {
+  int last = LastRowInColumns(s, v.left, v.right, grid.rows - 1);
   *row = last >= 0 ? last + 1 : (firstRowHasNames ? v.top + 1 : v.top);
-  if (*row >= xls::kMaxRows) {
+  if (*row >= grid.rows) {
     return Error(ErrorKind::kTableFull, "Table '" + t.written + "' is full: a sheet holds " +
-                                            std::to_string(xls::kMaxRows) + " rows.");
+                                            std::to_string(grid.rows) + " rows.");
   }
   return Error();
 }

@@ -1,7 +1,9 @@
 // Where a table lies on its sheet: the rectangle a table name covers, its header names, and the
 // span of columns an INSERT writes to. Both the executor and the SQL engine answer "which cells
 // is [Sheet1$A1:IV65536]?" through these functions, so a statement names the same cells
-// whichever of them runs it (README.md, "Tables and regions").
+// whichever of them runs it (README.md, "Tables and regions"). Regions parse on the widest
+// grid a workbook has (A1:XFD1048576); CheckRegion holds them to the grid of the workbook
+// at hand.
 //
 // Pure functions over a Sheet; nothing is kept. Rows and columns are 0-based.
 #pragma once
@@ -10,6 +12,7 @@
 #include <vector>
 
 #include "odbc-driver/Error.h"
+#include "odbc-driver/SheetGrid.h"
 #include "odbc-driver/Sql.h"
 #include "xls/Workbook.h"
 
@@ -43,16 +46,21 @@ int FindColumn(const TableView& v, const std::string& name);
 
 bool EqualNoCase(const std::string& a, const std::string& b);
 
+// OK when t is a sheet's used range or a region within grid; else kTooManyColumns for a
+// region past its last column and kSyntax for one past its last row (the messages name the
+// region and the grid's limit).
+Error CheckRegion(const TableRef& t, const SheetGrid& grid);
+
 // The columns an INSERT into t fills and the row it names them by: for a region, all of its
 // columns with names from its top row; for a used range, its header row's extent. Fails with
 // kValueCount when a used range has no cells yet.
 Error InsertSpan(const xls::Sheet& s, const TableRef& t, bool firstRowHasNames, bool date1904,
-                 TableView* v);
+                 const SheetGrid& grid, TableView* v);
 
 // The row an INSERT into v's columns writes: just below the last row holding a value in them
 // anywhere on the sheet (never over a value), or below the header when they hold nothing.
-// Fails with kTableFull past the sheet's last row.
+// Fails with kTableFull past the grid's last row.
 Error InsertRow(const xls::Sheet& s, const TableView& v, bool firstRowHasNames, const TableRef& t,
-                int* row);
+                const SheetGrid& grid, int* row);
 
 }  // namespace xlsodbc

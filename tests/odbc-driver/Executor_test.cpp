@@ -20,6 +20,7 @@ class ExecutorTest : public ::testing::Test {
     Outcome local;
     ExecOptions o;
     o.parameters = &params_;
+    o.grid = grid_;
     return Execute(st, o, &book_, out ? out : &local);
   }
   void Ok(const std::string& sql) {
@@ -57,6 +58,7 @@ class ExecutorTest : public ::testing::Test {
 
   std::shared_ptr<xls::Workbook> book_ = std::make_shared<xls::Workbook>();
   std::vector<Value> params_;
+  SheetGrid grid_ = kXlsGrid;
 };
 
 using Rows = std::vector<std::vector<std::string>>;
@@ -476,6 +478,54 @@ TEST_F(ExecutorTest, TablesEndAtColumnIV) {
   EXPECT_EQ(book_->findSheet("Wide"), nullptr);
   Ok(create("[Wide]", 256));
   EXPECT_EQ(CellAt("Wide", 0, 255), "c255");
+}
+
+// Each format's grid bounds what a statement may name and write: IV65536 in .xls, XFD1048576
+// in .xlsx. The same statement is refused in one and runs in the other, with the error the
+// .xls limits always had; the last row of each is taken, the one after is a full table.
+TEST_F(ExecutorTest, TheGridFollowsTheFormat) {
+  struct Case {
+    SheetGrid grid;
+    const char* sql;
+    ErrorKind expected;
+  } cases[] = {
+      {kXlsGrid, "SELECT * FROM [T$A1:IV65536]", ErrorKind::kNone},
+      {kXlsGrid, "SELECT * FROM [T$A1:IW1]", ErrorKind::kTooManyColumns},
+      {kXlsGrid, "SELECT * FROM [T$A1:A65537]", ErrorKind::kSyntax},
+      {kXlsGrid, "INSERT INTO [T$IV1:IW1] VALUES (1)", ErrorKind::kTooManyColumns},
+      {kXlsGrid, "CREATE TABLE [U$IV1:IW1] (a, b)", ErrorKind::kTooManyColumns},
+      {kXlsxGrid, "SELECT * FROM [T$A1:XFD1048576]", ErrorKind::kNone},
+      {kXlsxGrid, "SELECT * FROM [T$A1:A65537]", ErrorKind::kNone},
+      {kXlsxGrid, "CREATE TABLE [U$XFD1:XFE1] (a, b)", ErrorKind::kTooManyColumns},
+      {kXlsxGrid, "CREATE TABLE [U$IV1:IW1] (a, b)", ErrorKind::kNone},
+      {kXlsxGrid, "INSERT INTO [U$IV1:IW1] VALUES (1, 2)", ErrorKind::kNone},
+      {kXlsxGrid, "CREATE TABLE [V$XFC1:XFD1] (a, b)", ErrorKind::kNone},
+  };
+  Ok("CREATE TABLE [T] (n)");
+  for (const Case& c : cases) {
+    grid_ = c.grid;
+    Error e = Run(c.sql);
+    EXPECT_EQ(e.kind(), c.expected) << c.sql << ": " << e.message();
+    if (c.expected == ErrorKind::kTooManyColumns) {
+      EXPECT_NE(e.message().find(std::string("column ") + c.grid.lastColumn), std::string::npos)
+          << e.message();
+    }
+  }
+  EXPECT_EQ(CellAt("U", 1, 256), "#2.000000");  // column IW, past what .xls holds
+  EXPECT_EQ(CellAt("V", 0, 16383), "b");
+
+  for (const SheetGrid& grid : {kXlsGrid, kXlsxGrid}) {
+    grid_ = grid;
+    book_ = std::make_shared<xls::Workbook>();
+    xls::Sheet& s = book_->addSheet("Tall");
+    s.set(0, 0, xls::Cell::Text("n"));
+    s.set(grid.rows - 2, 0, xls::Cell::Number(1));
+    Ok("INSERT INTO [Tall] VALUES (last)");
+    EXPECT_EQ(CellAt("Tall", grid.rows - 1, 0), "last");
+    Error full = Run("INSERT INTO [Tall] VALUES (more)");
+    EXPECT_EQ(full.kind(), ErrorKind::kTableFull) << grid.rows;
+    EXPECT_EQ(Run("UPDATE [Tall] SET n = 'x' WHERE n = 'last'").kind(), ErrorKind::kNone);
+  }
 }
 
 // A generated 60,000-term OR runs (the chain is flat) and gives the right rows.

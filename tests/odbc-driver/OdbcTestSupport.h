@@ -11,7 +11,7 @@
 
 namespace xlsodbc::test {
 
-constexpr const char* kDriverName = "Excel Workbook Driver (*.xls)";
+constexpr const char* kDriverName = "Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)";
 
 // Registers the driver in a private odbcinst.ini and points ODBCSYSINI at it. Call before
 // the first ODBC call of the process (unixODBC reads the setting once).

@@ -501,7 +501,7 @@ TEST_F(SqlEngineTest, BadInputGetsAClearError) {
   };
   const Bad cases[] = {
       {"SELECT * FROM [Nope$]", ErrorKind::kTableNotFound},
-      {"SELECT * FROM [Staff$A1:ZZ9]", ErrorKind::kTableNotFound},
+      {"SELECT * FROM [Staff$A1:ZZ9]", ErrorKind::kTooManyColumns},  // past IV in .xls
       {"SELECT Nope FROM [Staff$]", ErrorKind::kColumnNotFound},
       {"SELECT * FROM [Staff$] WHERE", ErrorKind::kSyntax},
       {"SELECT 1; SELECT 2", ErrorKind::kSyntax},

@@ -106,7 +106,7 @@ TEST(SqlTest, MalformedStatementsFailWithPosition) {
       {"INSERT INTO [S$A4:X4] VALUES ('abc'", "position 36"},
       {"INSERT INTO [S$A4:X4] VALUES ('abc", "position 31"},
       {"CREATE TABLE [Sheet1] ()", "position 24"},
-      {"SELECT * FROM [Sheet1$A1:IV65537]", "position 15"},
+      {"SELECT * FROM [Sheet1$A1:IV1048577]", "position 15"},
       {"SELECT * FROM [Sheet1$A0:A1]", "position 15"},
       {"SELECT * FROM [Sheet1", "position 15"},
       {"SELECT * FROM []", "position 15"},
@@ -162,18 +162,20 @@ TEST(SqlTest, LongChainsAreFlatAndLimitsAreTooComplex) {
   }
 }
 
-// A region past column IV is well formed but beyond the sheet: too many columns, not a
-// syntax error. Past row 65,536 it stays a bad range.
+// Regions parse on the .xlsx grid, the widest a workbook has (the .xls one is held to when
+// the statement runs). Past column XFD a region is well formed but beyond any sheet: too
+// many columns, not a syntax error. Past row 1,048,576 it is a bad range.
 TEST(SqlTest, RegionsPastTheLastColumn) {
   struct Case {
     const char* sql;
     ErrorKind expected;
   } cases[] = {
-      {"SELECT * FROM [S$A1:IV1]", ErrorKind::kNone},
-      {"SELECT * FROM [S$A1:IW1]", ErrorKind::kTooManyColumns},
-      {"INSERT INTO [S$IW3] VALUES (1)", ErrorKind::kTooManyColumns},
-      {"CREATE TABLE [S$XFD1:A1] (a)", ErrorKind::kTooManyColumns},
-      {"SELECT * FROM [S$A1:A65537]", ErrorKind::kSyntax},
+      {"SELECT * FROM [S$A1:XFD1048576]", ErrorKind::kNone},
+      {"SELECT * FROM [S$A1:XFE1]", ErrorKind::kTooManyColumns},
+      {"INSERT INTO [S$XFE3] VALUES (1)", ErrorKind::kTooManyColumns},
+      {"CREATE TABLE [S$ZZZ1:A1] (a)", ErrorKind::kTooManyColumns},
+      {"SELECT * FROM [S$A1:A1048577]", ErrorKind::kSyntax},
+      {"SELECT * FROM [S$A1:A10485760]", ErrorKind::kSyntax},
       {"SELECT * FROM [S$A1:IWW]", ErrorKind::kSyntax},
   };
   for (const Case& c : cases) {

@@ -10,11 +10,13 @@ trap 'rm -rf "$work"' EXIT
 : > "$work/odbc.ini"
 # Registered the way an administrator would, into a private ODBCSYSINI.
 ODBCSYSINI="$work" odbcinst -i -d -f "$template"
-grep -q '^\[Excel Workbook Driver (\*.xls)\]' "$work/odbcinst.ini"
+# Under its name, and under the earlier "(*.xls)" one that older data sources name.
+grep -qF '[Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)]' "$work/odbcinst.ini"
+grep -qF '[Excel Workbook Driver (*.xls)]' "$work/odbcinst.ini"
 book="$work/isql book.xls"
 run() {
   env ODBCSYSINI="$work" ODBCINI="$work/odbc.ini" ${XLSODBC_PRELOAD:+LD_PRELOAD=$XLSODBC_PRELOAD} \
-    isql -b -v -k "DRIVER={Excel Workbook Driver (*.xls)};CREATE_DB=\"$book\";DBQ=$book" 2>&1
+    isql -b -v -k "DRIVER={Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)};CREATE_DB=\"$book\";DBQ=$book" 2>&1
 }
 out=$(run <<'SQL'
 CREATE TABLE [People] ([Name] char(255), [Qty] char(255))
@@ -46,7 +48,20 @@ SQL
 echo "$out"
 if grep -q Ann <<<"$out"; then echo "FAIL: rows left after DROP"; exit 1; fi
 
-# A DSN in odbc.ini: SQLConnect, the keys read from the DSN's section.
+# The same statements make an .xlsx: a zip archive, by the name's extension.
+book="$work/isql book.xlsx"
+out=$(run <<'SQL'
+CREATE TABLE [People] ([Name] char(255), [Qty] char(255))
+INSERT INTO [People$A1:X1] VALUES ('Ann', '3')
+SELECT * FROM [People$A1:XFD1048576]
+SQL
+)
+echo "$out"
+expect '\| *Ann *\| *3 *\|'
+[ "$(head -c 2 "$book")" = PK ] || { echo "FAIL: $book is not Office Open XML"; exit 1; }
+
+# A DSN in odbc.ini: SQLConnect, the keys read from the DSN's section. It names the driver
+# by its earlier name, as a data source made before .xlsx does.
 printf '[people]\nDriver = Excel Workbook Driver (*.xls)\nDBQ = %s\nREADONLY = 1\n' "$book" > "$work/odbc.ini"
 out=$(printf 'SELECT * FROM [People]\nINSERT INTO [People] VALUES (x, 1)\n' |
   env ODBCSYSINI="$work" ODBCINI="$work/odbc.ini" ${XLSODBC_PRELOAD:+LD_PRELOAD=$XLSODBC_PRELOAD} \

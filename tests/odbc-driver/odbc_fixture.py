@@ -6,7 +6,7 @@ import os
 
 def register_driver(driver, work):
     with open(os.path.join(work, "odbcinst.ini"), "w") as f:
-        f.write("[Excel Workbook Driver (*.xls)]\nDriver = %s\n" % driver)
+        f.write("[Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)]\nDriver = %s\n" % driver)
     open(os.path.join(work, "odbc.ini"), "w").close()
     os.environ["ODBCSYSINI"] = work
     os.environ["ODBCINI"] = os.path.join(work, "odbc.ini")

@@ -20,7 +20,7 @@ try:
     odbc_fixture.register_driver(driver, work)
 
     book = os.path.join(work, "many.xls")
-    cs = "DRIVER={Excel Workbook Driver (*.xls)};CREATE_DB=%s;DBQ=%s" % (book, book)
+    cs = "DRIVER={Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)};CREATE_DB=%s;DBQ=%s" % (book, book)
     cn = pyodbc.connect(cs, autocommit=True)
     cur = cn.cursor()
     cur.execute("CREATE TABLE [T] ([name] char(255), [n] char(255), [x] char(255), [d] char(255))")

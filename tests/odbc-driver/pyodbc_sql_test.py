@@ -139,7 +139,7 @@ def main():
         odbc_fixture.register_driver(driver, work)
         book = os.path.join(work, "people.xls")
         make_workbook(book)
-        cn = pyodbc.connect("DRIVER={Excel Workbook Driver (*.xls)};DBQ=" + book, autocommit=True)
+        cn = pyodbc.connect("DRIVER={Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)};DBQ=" + book, autocommit=True)
         cur = cn.cursor()
         failures = []
         for family, sql, params, expected in CASES:

@@ -18,10 +18,10 @@ try:
     odbc_fixture.register_driver(driver, work)
 
     names = [d for d in pyodbc.drivers() if "Excel" in d]
-    assert names == ["Excel Workbook Driver (*.xls)"], pyodbc.drivers()
+    assert names == ["Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)"], pyodbc.drivers()
 
     book = os.path.join(work, "py book.xls")
-    cs = ('DRIVER={Excel Workbook Driver (*.xls)};DSN=\'\';FIRSTROWHASNAMES=1;READONLY=FALSE;'
+    cs = ('DRIVER={Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)};DSN=\'\';FIRSTROWHASNAMES=1;READONLY=FALSE;'
           'CREATE_DB="%s";DBQ=%s' % (book, book))
     cn = pyodbc.connect(cs)
     cur = cn.cursor()

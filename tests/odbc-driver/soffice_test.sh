@@ -8,11 +8,11 @@ driver=$1
 command -v soffice >/dev/null || { echo "soffice not installed"; exit 1; }
 work=$(mktemp -d /tmp/xlsodbc-soffice-XXXXXX)
 trap 'rm -rf "$work"' EXIT
-printf '[Excel Workbook Driver (*.xls)]\nDriver = %s\n' "$driver" > "$work/odbcinst.ini"
+printf '[Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)]\nDriver = %s\n' "$driver" > "$work/odbcinst.ini"
 : > "$work/odbc.ini"
 book="$work/book.xls"
 env ODBCSYSINI="$work" ODBCINI="$work/odbc.ini" ${XLSODBC_PRELOAD:+LD_PRELOAD=$XLSODBC_PRELOAD} \
-  isql -b -k "DRIVER={Excel Workbook Driver (*.xls)};CREATE_DB=$book;DBQ=$book" >"$work/isql.log" 2>&1 <<'SQL'
+  isql -b -k "DRIVER={Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)};CREATE_DB=$book;DBQ=$book" >"$work/isql.log" 2>&1 <<'SQL'
 CREATE TABLE [Sheet1] ([Name] char(255), [Qty] char(255))
 CREATE TABLE [Sheet1$A4:IV65536] ([Name] char(255), [Qty] char(255))
 INSERT INTO [Sheet1$A4:X4] VALUES ('abc', '10')

@@ -8,7 +8,8 @@ set -euo pipefail
 src=$1
 work=$(mktemp -d)
 installed=no
-driver="Excel Workbook Driver (*.xls)"
+driver="Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)"
+earlier="Excel Workbook Driver (*.xls)"  # the name data sources made before .xlsx use
 packages=(libspreadsheet0 libspreadsheet-dev odbc-xls spreadsheet-tools)
 cleanup() {
   if [ "$installed" = yes ]; then apt-get purge -y -q "${packages[@]}" > /dev/null 2>&1 || true; fi
@@ -30,7 +31,7 @@ printf 'Name,Qty\r\napple,3\r\n' > "$work/data.csv"
 driver_ver=$(cd "$work" && export ODBCSYSINI=$work/build/odbc-driver ODBCINSTINI=odbcinst.ini &&
   "$work/build/tools/sheet/sheet" convert data.csv -s Fruit > /dev/null &&
   /usr/bin/python3 -c 'import pyodbc, sys
-db = pyodbc.connect("DRIVER={Excel Workbook Driver (*.xls)};DBQ=" + sys.argv[1])
+db = pyodbc.connect("DRIVER={Excel Workbook Driver (*.xls, *.xlsx, *.xlsm)};DBQ=" + sys.argv[1])
 print(db.getinfo(pyodbc.SQL_DRIVER_VER))' "$work/data.xls") || fail "reading SQL_DRIVER_VER"
 IFS=. read -r major minor patch <<< "$version"
 expected=$(printf '%02d.%02d.%04d' "$major" "$minor" "$patch")
@@ -88,7 +89,9 @@ fi
 installed=yes
 DEBIAN_FRONTEND=noninteractive apt-get install -y -q "$work"/debs/*.deb > "$work/apt.log" ||
   { tail -20 "$work/apt.log"; fail "apt-get install"; }
-odbcinst -q -d -n "$driver" | grep -q "^Driver *= */$libdir/odbc/libxlsodbc.so" || fail "driver not registered"
+for name in "$driver" "$earlier"; do
+  odbcinst -q -d -n "$name" | grep -q "^Driver *= */$libdir/odbc/libxlsodbc.so" || fail "$name not registered"
+done
 [ "$(sheet --version | head -1)" = "sheet $version" ] || fail "installed sheet --version: $(sheet --version)"
 [ "$(pkg-config --modversion spreadsheet)" = "$version" ] || fail "installed spreadsheet.pc"
 (cd "$work" && sheet convert data.csv -s Fruit > /dev/null) || fail "installed sheet convert"
@@ -97,6 +100,8 @@ out=$(echo "SELECT Qty FROM [Fruit\$] WHERE Name = 'apple'" |
 [[ $out == *3* ]] || fail "isql printed '$out'"
 apt-get purge -y -q "${packages[@]}" > "$work/apt.log" || fail "apt-get purge"
 installed=no
-! odbcinst -q -d -n "$driver" > /dev/null 2>&1 || fail "driver still registered after purge"
+for name in "$driver" "$earlier"; do
+  ! odbcinst -q -d -n "$name" > /dev/null 2>&1 || fail "$name still registered after purge"
+done
 [ ! -e "/$libdir/libspreadsheet.so.0" ] || fail "library left after purge"
 echo "deb: installed, isql read the workbook through the registered driver, purged"

@@ -128,6 +128,60 @@ PY
   fails "set on a full sheet" 1 \
     "sheet: set: $dir/full.xls: column Qty of row 2 reads \"1\", not \"9\" (the sheet is full: 65536 rows)" \
     -- set "$dir/full.xls" Qty 2 9 -s Full --force
+  # .xlsx through the driver: every command, conversions between the three formats, and
+  # each way one fails. The class would take these names as text files.
+  x=$dir/x.xlsx
+  check "text -> .xlsx" "$x" "$("$sheet" convert "$dir/w.csv" "$x" -s S)"
+  check ".xlsx holds Office Open XML" PK "$(head -c 2 "$x")"
+  check "cat .xlsx" $'Name\tNote\napple\tbig one\npear\thalf of it\nfig\tok' "$("$sheet" cat "$x" -s S)"
+  check "cell by header" "half of it" "$("$sheet" cell "$x" Note 3 -s S)"
+  check "cell by letters" "fig" "$("$sheet" cell "$x" a 4 -s S)"
+  check "info rows" "rows:       4 (header included)" "$("$sheet" info "$x" -s S | grep '^rows')"
+  "$sheet" set "$x" Note 2 "it's small" -s S; check "set in place, no --force" 0 $?
+  "$sheet" add "$x" -s S kiwi 007; check "add in place" 0 $?
+  "$sheet" insert "$x" 3 -s S --force lime 2; check "insert --force" 0 $?
+  after=$'Name\tNote\napple\tit\'s small\nlime\t2\npear\thalf of it\nfig\tok\nkiwi\t007'
+  check "the edits, in place" "$after" "$("$sheet" cat "$x" -s S)"
+  check ".xlsx -> .xls" "$dir/y.xls" "$("$sheet" convert "$x" "$dir/y.xls" -s S)"
+  check ".xls holds BIFF8" "d0cf" "$(head -c 2 "$dir/y.xls" | od -An -tx1 | tr -d ' ')"
+  check ".xls -> .xlsx" "$dir/z.xlsx" "$("$sheet" convert "$dir/y.xls" "$dir/z.xlsx" -s S)"
+  check "both ways, the same rows" "$after" "$("$sheet" cat "$dir/z.xlsx" -s S)"
+  check ".xlsx -> .csv by default" "$dir/z.csv" "$("$sheet" convert "$dir/z.xlsx" -s S)"
+  check ".csv bytes" $'"Name","Note"\r\n"apple","it\'s small"\r\n"lime","2"\r\n"pear","half of it"\r\n"fig","ok"\r\n"kiwi","007"\r\nx' \
+    "$(cat "$dir/z.csv"; printf x)"
+  check "sql on .xlsx" $'Note\n007' "$("$sheet" sql "$x" "SELECT Note FROM [S] WHERE Name = 'kiwi'")"
+  "$sheet" set "$x" Note 6 1.50 -s S; check "set text that looks like a number" 0 $?
+  check "it reads back as written" "1.50" "$("$sheet" cell "$x" Note 6 -s S)"
+
+  printf 'not a workbook\n' > "$dir/bad.xlsx"
+  seq 1 65537 | sed '1s/^/n\n/' > "$dir/big.csv"  # a header and 65,537 rows
+  : > "$dir/empty.csv"
+  xfails() {  # xfails NAME STATUS PATTERN -- ARGS...: like fails, the message matching PATTERN
+    local name=$1 status=$2 pattern=$3
+    shift 4
+    "$sheet" "$@" > "$dir/out" 2> "$dir/err"
+    check "$name: exit" "$status" "$?"
+    check "$name: message" yes "$([[ $(cat "$dir/err") == $pattern ]] && echo yes)"
+  }
+  xfails "cat an unreadable .xlsx" 1 "sheet: cat: $dir/bad.xlsx: *is not a workbook this driver can read*" \
+    -- cat "$dir/bad.xlsx" -s S
+  xfails "cat a missing .xlsx" 1 "sheet: cat: $dir/none.xlsx: $enoent" -- cat "$dir/none.xlsx" -s S
+  xfails "unknown sheet" 1 "sheet: cell: $x: no sheet named \"Nope\"" -- cell "$x" 1 1 -s Nope
+  xfails "row past the end" 1 "sheet: set: $x: row 9 is past the last row (6)" -- set "$x" 1 9 v -s S
+  xfails "column past the last" 1 "sheet: cell: $x: column 3 is past the last column (2)" -- cell "$x" C 1 -s S
+  xfails "insert asks for --force" 1 "sheet: insert: $x: inserting moves every row below it*--force*" \
+    -- insert "$x" 2 -s S a b
+  xfails "a target of another format" 2 "sheet: $dir/x.xlsb: workbooks are written as .xls, .xlsx or .xlsm*" \
+    -- convert "$x" "$dir/x.xlsb" -s S
+  xfails "into a sheet that exists" 1 "sheet: convert: $dir/z.xlsx: already holds a sheet \"S\"" \
+    -- convert "$dir/w.csv" "$dir/z.xlsx" -s S
+  xfails "more rows than .xls holds" 1 "sheet: convert: $dir/big-copy.xls: row 65537 of $dir/big.csv: *is full*" \
+    -- convert "$dir/big.csv" "$dir/big-copy.xls" -s S
+  xfails "sql on another format" 2 "sheet: sql works on .xls and .xlsx workbooks only*" \
+    -- sql "$dir/x.ods" "SELECT 1"
+  "$sheet" clear "$x" -s S; check "clear an .xlsx sheet" 0 $?
+  xfails "clear it again" 1 "sheet: clear: $x: no sheet named \"S\"" -- clear "$x" -s S
+
   "$sheet" clear "$b" -s S; check "clear drops the sheet" 0 $?
   fails "clear it again" 1 "sheet: clear: $b: no sheet named \"S\"" -- clear "$b" -s S
 fi

@@ -18,6 +18,17 @@ int Add(const Args& args);
 int Insert(const Args& args);
 int Clear(const Args& args);
 
+// The same on .xlsx/.xlsm workbooks, through the driver (XlsxCommands.cpp). REQUIRES: the
+// command's usage was checked (the number of words).
+struct Options;
+int XlsxCat(const Options& o);
+int XlsxCell(const Options& o);
+int XlsxInfo(const Options& o);
+int XlsxSet(const Options& o);
+int XlsxAdd(const Options& o);
+int XlsxInsert(const Options& o);
+int XlsxClear(const Options& o);
+
 // Workbooks through ODBC (ExcelCommands.cpp).
 int Convert(const Args& args);
 int Sql(const Args& args);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tools/sheet/Commands.h"
+#include "tools/sheet/DriverBook.h"
 #include "tools/sheet/Files.h"
 #include "tools/sheet/Options.h"
 
@@ -105,6 +106,7 @@ int Set(const Args& args) {
   if (!ParsePositive(o.words[2], &row)) return Usage("ROW must be a number from 1", "set");
   if (ParsePositive(o.words[1], &col) && col > 32767)
     return Usage("COL must be from 1 to 32767", "set");
+  if (IsXlsx(file)) return XlsxSet(o);
   if (int status = CheckTarget("set", file, o, false)) return status;
   CSpreadSheet s(file.c_str(), SecondArgument(file, o).c_str(), false);
   const CString before = s.GetLastError();
@@ -135,6 +137,7 @@ int Add(const Args& args) {
   if (!o.error.empty()) return Usage(o.error, "add");
   if (o.words.size() < 2) return Usage("add takes a file and at least one value", "add");
   const std::string& file = o.words[0];
+  if (IsXlsx(file)) return XlsxAdd(o);
   if (int status = CheckTarget("add", file, o, true)) return status;
   CSpreadSheet s(file.c_str(), SecondArgument(file, o).c_str(), false);
   const CString before = s.GetLastError();
@@ -159,6 +162,7 @@ int Insert(const Args& args) {
   const std::string& file = o.words[0];
   long row;
   if (!ParsePositive(o.words[1], &row)) return Usage("ROW must be a number from 1", "insert");
+  if (IsXlsx(file)) return XlsxInsert(o);
   if (int status = CheckTarget("insert", file, o, false)) return status;
   CSpreadSheet s(file.c_str(), SecondArgument(file, o).c_str(), false);
   const CString before = s.GetLastError();
@@ -180,6 +184,7 @@ int Clear(const Args& args) {
   if (!o.error.empty()) return Usage(o.error, "clear");
   if (o.words.size() != 1) return Usage("clear takes one file", "clear");
   const std::string& file = o.words[0];
+  if (IsXlsx(file)) return XlsxClear(o);
   // Dropping a sheet is what the user means on a workbook too: no --force needed.
   o.force = true;
   if (int status = CheckTarget("clear", file, o, false)) return status;

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "platform/Database.h"
-#include "platform/OdbcInstaller.h"
 #include "tools/sheet/Commands.h"
+#include "tools/sheet/DriverBook.h"
 #include "tools/sheet/Files.h"
 #include "tools/sheet/Options.h"
 
@@ -13,16 +13,6 @@ namespace sheet {
 namespace {
 
 constexpr long kProgressRows = 10000;  // sheets this big get a progress line
-
-// The first installed driver whose description holds "Excel", as the library picks it.
-std::string ExcelDriver() {
-  char list[2000 + 2] = {0};
-  if (!platform::GetInstalledOdbcDrivers(list, 2000, nullptr)) return "";
-  for (const char* p = list; *p; p += std::strlen(p) + 1) {
-    if (std::strstr(p, "Excel")) return p;
-  }
-  return "";
-}
 
 void PrintFields(const CStringArray& values) {
   for (INT_PTR i = 0; i < values.GetSize(); ++i) {
@@ -40,13 +30,6 @@ std::string Quoted(const CString& value) {
     if (*p == '\'') out += '\'';
   }
   return out + "'";
-}
-
-std::string ConnectString(const std::string& driver, const std::string& book) {
-  CString connect;
-  connect.Format("DRIVER={%s};DSN='';FIRSTROWHASNAMES=1;READONLY=FALSE;CREATE_DB=\"%s\";DBQ=%s",
-                 driver.c_str(), book.c_str(), book.c_str());
-  return connect.GetString();
 }
 
 // --quoted: the header through the class (which makes the sheet), then one INSERT per row
@@ -107,14 +90,164 @@ int ConvertQuoted(CSpreadSheet& source, const std::string& file, const std::stri
   return 0;
 }
 
+// A file's rows, row 1 first: a workbook's sheet through the driver (.xls and .xlsx alike),
+// a text file through the class. 0, or the exit status after saying why.
+int ReadRows(const std::string& file, const std::string& sheetName, const std::string& delimiter,
+             Rows* rows) {
+  if (IsWorkbook(file) || IsXlsx(file)) {
+    DriverBook book;
+    if (const std::string why = book.Open(file, false); !why.empty())
+      return FailWith("convert", file, why);
+    bool missing = false;
+    const std::string why = book.Read(sheetName, rows, &missing);
+    if (missing) return FailWith("convert", file, "no sheet named \"" + sheetName + "\"");
+    if (!why.empty()) return FailWith("convert", file, why);
+  } else {
+    CSpreadSheet s(file.c_str(), delimiter.c_str(), false);
+    if (s.GetTotalRows() == 0 && !s.GetLastError().IsEmpty()) return Fail("convert", file, s);
+    CStringArray row;
+    for (long r = 1; r <= s.GetTotalRows(); ++r) {
+      s.ReadRow(row, r);
+      rows->emplace_back();
+      for (INT_PTR i = 0; i < row.GetSize(); ++i) rows->back().emplace_back(row[i].GetString());
+    }
+  }
+  if (rows->empty()) return FailWith("convert", file, "holds no rows");
+  return 0;
+}
+
+// .xlsb, .xltx, .ods and the like: a spreadsheet format the driver does not write, which a
+// text file under that name would only pass for.
+bool NamesOtherSpreadsheet(const std::string& file) {
+  const std::size_t dot = file.rfind('.');
+  if (dot == std::string::npos || IsWorkbook(file) || IsXlsx(file)) return false;
+  std::string ext = file.substr(dot + 1);
+  for (char& c : ext) c = static_cast<char>((c >= 'A' && c <= 'Z') ? c + 32 : c);
+  return ext.compare(0, 2, "xl") == 0 || ext == "ods" || ext == "numbers";
+}
+
+bool Blank(const std::vector<std::string>& row) {
+  for (const std::string& v : row) {
+    if (!v.empty()) return false;
+  }
+  return true;
+}
+
+// Writes rows into a new sheet of the workbook TARGET through the driver: row 1 made by
+// CREATE TABLE and set by position (so any header text goes in as it is), then one INSERT a
+// row, each just below the last. A blank row holds nothing to insert, and is left out.
+int WriteWorkbook(const std::string& target, const std::string& sheetName, const Rows& rows,
+                  const std::string& source) {
+  DriverBook book;
+  if (const std::string why = book.Open(target, true); !why.empty())
+    return FailWith("convert", target, why);
+  Rows existing;
+  bool missing = false;
+  book.Read(sheetName, &existing, &missing);
+  if (!missing && !existing.empty())
+    return FailWith("convert", target, "already holds a sheet \"" + sheetName + "\"");
+  if (Blank(rows[0])) return FailWith("convert", source, "its first row is blank");
+  std::size_t width = 0;
+  for (const auto& r : rows) width = r.size() > width ? r.size() : width;
+  std::string create, header;
+  for (std::size_t i = 1; i <= width; ++i) {
+    create += (i > 1 ? ", [F" : "[F") + std::to_string(i) + "] char(255)";
+    header += (i > 1 ? ", [F" : "[F") + std::to_string(i) +
+              "] = " + SqlValue(i <= rows[0].size() ? rows[0][i - 1] : std::string());
+  }
+  const std::string region = DriverBook::Cells(sheetName, 1, 1, 1, static_cast<long>(width));
+  std::string why = book.Exec("CREATE TABLE [" + sheetName + "] (" + create + ")");
+  if (why.empty()) {
+    // The engine's row id of a sheet's table is the row's index, 0 for row 1.
+    why = book.Exec("UPDATE " + region + " SET " + header + " WHERE ROWID IN (0)");
+  }
+  if (!why.empty()) return FailWith("convert", target, why);
+  Progress progress("convert", static_cast<long>(rows.size()) - 1);
+  long written = 0, blank = 0;
+  for (std::size_t r = 1; r < rows.size(); ++r) {
+    if (Blank(rows[r])) {
+      ++blank;
+      continue;
+    }
+    std::string values;
+    for (const std::string& v : rows[r]) values += (values.empty() ? "" : ", ") + SqlValue(v);
+    why = book.Exec("INSERT INTO " + region + " VALUES (" + values + ")");
+    if (!why.empty()) {
+      return FailWith("convert", target,
+                      "row " + std::to_string(r + 1) + " of " + source + ": " + why + " (" +
+                          std::to_string(written) + " of " + std::to_string(rows.size() - 1) +
+                          " data rows written)");
+    }
+    progress.Update(++written);
+  }
+  if (blank > 0) {
+    std::fprintf(stderr, "sheet: convert: %s: %ld blank rows left out\n", source.c_str(), blank);
+  }
+  return 0;
+}
+
+// Writes rows to the text file TARGET through the class, in one transaction.
+int WriteText(const std::string& target, const std::string& delimiter, const Rows& rows) {
+  if (Exists(target) && !ReadProblem(target).empty())
+    return FailWith("convert", target, ReadProblem(target));
+  {
+    CSpreadSheet existing(target.c_str(), delimiter.c_str(), false);
+    if (existing.GetTotalRows() > 0) return FailWith("convert", target, "already holds rows");
+  }
+  CSpreadSheet t(target.c_str(), delimiter.c_str(), false);
+  const CString before = t.GetLastError();
+  auto array = [](const std::vector<std::string>& values) {
+    CStringArray a;
+    for (const std::string& v : values) a.Add(v.c_str());
+    return a;
+  };
+  t.BeginTransaction();
+  CStringArray header = array(rows[0]);
+  bool ok = t.AddHeaders(header, false);
+  for (std::size_t r = 1; ok && r < rows.size(); ++r) {
+    CStringArray row = array(rows[r]);
+    ok = t.AddRow(row, 0L, false);
+  }
+  ok = ok && t.Commit();
+  if (!ok || (t.GetLastError() != before && !t.GetLastError().IsEmpty()))
+    return Fail("convert", target, t);
+  return 0;
+}
+
+// Any conversion the class does not make itself: to or from .xlsx, between workbook
+// formats, or to a target named on the command line. The target is read back.
+int ConvertRows(const std::string& file, const std::string& target, const std::string& sheetName,
+                const std::string& delimiter) {
+  Rows rows;
+  if (int status = ReadRows(file, sheetName, delimiter, &rows)) return status;
+  const bool toWorkbook = IsWorkbook(target) || IsXlsx(target);
+  if (int status = toWorkbook ? WriteWorkbook(target, sheetName, rows, file)
+                              : WriteText(target, delimiter, rows)) {
+    return status;
+  }
+  std::size_t expected = 0;
+  for (const auto& r : rows) expected += toWorkbook && Blank(r) ? 0 : 1;
+  Rows landed;
+  if (int status = ReadRows(target, sheetName, delimiter, &landed)) return status;
+  if (landed.size() < expected) {
+    return FailWith("convert", target,
+                    std::to_string(expected - landed.size()) + " of " +
+                        std::to_string(expected - 1) + " data rows did not land");
+  }
+  std::printf("%s\n", target.c_str());
+  return 0;
+}
+
 }  // namespace
 
-// convert FILE [-s SHEET] [-d DELIM] [--quoted]: a workbook's sheet SHEET to FILE less
-// ".xls" plus ".csv" delimited by DELIM, or a text file delimited by DELIM to the sheet
-// SHEET of FILE less its extension plus ".xls". Both default as elsewhere (Sheet1, ",").
-// The target is read back afterwards: rows the conversion left out make it fail.
+// convert FILE [TARGET] [-s SHEET] [-d DELIM] [--quoted]: a workbook's sheet SHEET to FILE
+// less ".xls" (".xlsx") plus ".csv" delimited by DELIM, or a text file delimited by DELIM to
+// the sheet SHEET of FILE less its extension plus ".xls". Both default as elsewhere (Sheet1,
+// ","). TARGET names another file, its extension the format. The class makes the two
+// default conversions of .xls; the driver the rest (ConvertRows). The target is read back
+// afterwards: rows the conversion left out make it fail.
 int Convert(const Args& args) {
-  std::string file, sheetName = "Sheet1", delimiter = ",";
+  std::string file, target, sheetName = "Sheet1", delimiter = ",";
   bool quoted = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
     if (args[i] == "-s" || args[i] == "-d") {
@@ -127,21 +260,37 @@ int Convert(const Args& args) {
       return Usage("unknown option " + args[i], "convert");
     } else if (file.empty()) {
       file = args[i];
+    } else if (target.empty()) {
+      target = args[i];
     } else {
-      return Usage("convert takes one file", "convert");
+      return Usage("convert takes a file and at most one target", "convert");
     }
   }
-  if (file.empty()) return Usage("convert takes one file", "convert");
+  if (file.empty()) return Usage("convert takes a file and at most one target", "convert");
   if (delimiter.empty()) return Usage("the delimiter cannot be empty", "convert");
   if (sheetName.empty()) return Usage("the sheet name cannot be empty", "convert");
   const bool workbook = IsWorkbook(file);
-  if (quoted && workbook)
+  if (quoted && (workbook || IsXlsx(file)))
     return Usage("--quoted applies to a text file made into a workbook", "convert");
   if (const std::string why = ReadProblem(file); !why.empty())
     return FailWith("convert", file, why);
 
-  const std::string target =
-      file.substr(0, file.size() >= 4 ? file.size() - 4 : 0) + (workbook ? ".csv" : ".xls");
+  const std::size_t extension = IsXlsx(file) ? 5 : 4;
+  const std::string byDefault =
+      file.substr(0, file.size() >= extension ? file.size() - extension : 0) +
+      (workbook || IsXlsx(file) ? ".csv" : ".xls");
+  if (target.empty()) target = byDefault;
+  if (target == file) return Usage("the target is the file itself", "convert");
+  if (NamesOtherSpreadsheet(target)) {
+    return Usage(
+        target + ": workbooks are written as .xls, .xlsx or .xlsm, not as its extension says",
+        "convert");
+  }
+  if (target != byDefault || IsXlsx(file)) {
+    if (quoted && !(IsWorkbook(target) || IsXlsx(target)))
+      return Usage("--quoted applies to a text file made into a workbook", "convert");
+    return ConvertRows(file, target, sheetName, delimiter);
+  }
   CSpreadSheet s(file.c_str(), (workbook ? sheetName : delimiter).c_str(), false);
   if (s.GetTotalRows() == 0) {
     if (!s.GetLastError().IsEmpty()) return Fail("convert", file, s);
@@ -193,7 +342,8 @@ int Convert(const Args& args) {
 int Sql(const Args& args) {
   if (args.size() != 2) return Usage("sql takes a workbook and one statement", "sql");
   const std::string& book = args[0];
-  if (!IsWorkbook(book)) return Usage("sql works on .xls workbooks only", "sql");
+  if (!IsWorkbook(book) && !IsXlsx(book))
+    return Usage("sql works on .xls and .xlsx workbooks only", "sql");
   const std::string driver = ExcelDriver();
   if (driver.empty()) {
     return FailWith("sql", book, "no ODBC driver for Excel is registered");

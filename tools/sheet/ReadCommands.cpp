@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tools/sheet/Commands.h"
+#include "tools/sheet/DriverBook.h"
 #include "tools/sheet/Files.h"
 #include "tools/sheet/Options.h"
 
@@ -50,6 +51,7 @@ int Cat(const Args& args) {
   Options o = Parse(args);
   if (!o.error.empty()) return Usage(o.error, "cat");
   if (o.words.size() != 1) return Usage("cat takes one file", "cat");
+  if (IsXlsx(o.words[0])) return XlsxCat(o);
   Input in(o.words[0], o.hasSheet);
   if (!in.error().empty()) return FailWith("cat", in.name(), in.error());
   const std::string& file = in.path();
@@ -85,6 +87,7 @@ int Cell(const Args& args) {
     number = std::strtol(col.c_str(), nullptr, 10);
     if (number < 1 || number > 32767) return Usage("COL must be from 1 to 32767", "cell");
   }
+  if (IsXlsx(o.words[0])) return XlsxCell(o);
   Input in(o.words[0], o.hasSheet);
   if (!in.error().empty()) return FailWith("cell", in.name(), in.error());
   const std::string& file = in.path();
@@ -123,6 +126,7 @@ int Info(const Args& args) {
   Options o = Parse(args);
   if (!o.error.empty()) return Usage(o.error, "info");
   if (o.words.size() != 1) return Usage("info takes one file", "info");
+  if (IsXlsx(o.words[0])) return XlsxInfo(o);
   Input in(o.words[0], o.hasSheet);
   if (!in.error().empty()) return FailWith("info", in.name(), in.error());
   const std::string& file = in.path();

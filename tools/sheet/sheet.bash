@@ -1,4 +1,5 @@
-# bash completion for sheet: commands, their options, and files (.xls for the workbook ones).
+# bash completion for sheet: commands, their options, and files (workbooks for the workbook
+# ones: .xls, .xlsx, .xlsm).
 _sheet() {
   local cur prev words cword
   _init_completion 2>/dev/null || {
@@ -33,7 +34,8 @@ _sheet() {
   if [[ $cur == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$opts" -- "$cur")
   elif [ "${words[1]}" = sql ] || [ "${words[1]}" = report ]; then
-    mapfile -t COMPREPLY < <(compgen -f -X '!*.[xX][lL][sS]' -- "$cur"; compgen -d -- "$cur")
+    mapfile -t COMPREPLY < <(compgen -f -X '!*.[xX][lL][sS]' -- "$cur"
+      compgen -f -X '!*.[xX][lL][sS][xXmM]' -- "$cur"; compgen -d -- "$cur")
   else
     mapfile -t COMPREPLY < <(compgen -f -- "$cur")
   fi
