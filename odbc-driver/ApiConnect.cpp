@@ -54,6 +54,7 @@ SQLRETURN SetConnectAttr(Dbc* dbc, SQLINTEGER attr, SQLPOINTER value) {
                          "SQL_ATTR_AUTOCOMMIT is SQL_AUTOCOMMIT_ON or SQL_AUTOCOMMIT_OFF.");
       }
       dbc->autocommit = v == SQL_AUTOCOMMIT_ON;
+      dbc->begun = false;  // the attribute now says what a BEGIN had changed
       // Turning it on commits the open transaction.
       Error e = dbc->db ? dbc->db->SetAutocommit(dbc->autocommit) : Error();
       if (!e.ok()) return PostError(dbc, e);
@@ -254,10 +255,13 @@ SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT com
   if (!dbc->db) return PostError(dbc, State::kNotConnected);
   if (completion == SQL_ROLLBACK) {
     dbc->db->Rollback();
+    EndBegunTransaction(dbc);
     return SQL_SUCCESS;
   }
   // Without a transaction open, COMMIT flushes what SYNC=NORMAL left unflushed.
-  if (Error e = dbc->db->Commit(); !e.ok()) return PostError(dbc, e);
+  Error e = dbc->db->Commit();
+  EndBegunTransaction(dbc);
+  if (!e.ok()) return PostError(dbc, e);
   return SQL_SUCCESS;
 }
 

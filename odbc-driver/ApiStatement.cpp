@@ -13,6 +13,71 @@ using namespace xlsodbc;
 
 namespace {
 
+// Transaction statements as SQL text, as most engines take them: BEGIN [TRANSACTION | WORK]
+// or START TRANSACTION, COMMIT [TRANSACTION | WORK], ROLLBACK [TRANSACTION | WORK], any
+// case, with an optional closing semicolon.
+Stmt::Txn TransactionVerb(std::string_view sql) {
+  // One statement only: nothing but blanks after a semicolon.
+  if (const std::size_t semi = sql.find(';'); semi != std::string_view::npos) {
+    if (sql.find_first_not_of(" \t\r\n", semi + 1) != std::string_view::npos) {
+      return Stmt::Txn::kNone;
+    }
+    sql = sql.substr(0, semi);
+  }
+  std::vector<std::string> words;
+  std::string word;
+  for (char c : std::string(sql) + ' ') {
+    if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
+      if (!word.empty()) words.push_back(std::move(word));
+      word.clear();
+    } else {
+      word += static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
+    }
+  }
+  if (words.empty() || words.size() > 2) return Stmt::Txn::kNone;
+  if (words[0] == "START") {
+    return words.size() == 2 && words[1] == "TRANSACTION" ? Stmt::Txn::kBegin : Stmt::Txn::kNone;
+  }
+  if (words.size() == 2 && words[1] != "TRANSACTION" && words[1] != "WORK") {
+    return Stmt::Txn::kNone;
+  }
+  if (words[0] == "BEGIN") return Stmt::Txn::kBegin;
+  if (words[0] == "COMMIT") return Stmt::Txn::kCommit;
+  if (words[0] == "ROLLBACK") return Stmt::Txn::kRollback;
+  return Stmt::Txn::kNone;
+}
+
+// BEGIN under autocommit opens a unit that the next COMMIT or ROLLBACK ends; with autocommit
+// off every change is in a unit already, so BEGIN only checks that none was begun before.
+// COMMIT and ROLLBACK end the open unit as SQLEndTran does.
+SQLRETURN RunTransactionVerb(Stmt* stmt) {
+  Dbc* dbc = stmt->dbc;
+  switch (stmt->txn) {
+    case Stmt::Txn::kBegin:
+      if (dbc->begun) {
+        return PostError(stmt, State::kTransactionOpen,
+                         "A transaction begun with BEGIN is open: COMMIT or ROLLBACK it first.");
+      }
+      if (dbc->autocommit) {
+        (void)dbc->db->SetAutocommit(false);  // nothing is open: it cannot fail
+        dbc->begun = true;
+      }
+      return SQL_SUCCESS;
+    case Stmt::Txn::kCommit: {
+      Error e = dbc->db->Commit();
+      EndBegunTransaction(dbc);
+      return e.ok() ? SQL_SUCCESS : PostError(stmt, e);
+    }
+    case Stmt::Txn::kRollback:
+      dbc->db->Rollback();
+      EndBegunTransaction(dbc);
+      return SQL_SUCCESS;
+    case Stmt::Txn::kNone:
+      break;
+  }
+  return SQL_SUCCESS;
+}
+
 // The dialect's parser takes every statement it knows, so each keeps its outcome; a SELECT,
 // INSERT, UPDATE or DELETE it rejects goes to the SQL engine instead.
 SQLRETURN Prepare(Stmt* stmt, std::string sql) {
@@ -20,6 +85,13 @@ SQLRETURN Prepare(Stmt* stmt, std::string sql) {
   stmt->prepared = false;
   stmt->engine = false;
   stmt->rowCount = -1;
+  stmt->txn = TransactionVerb(sql);
+  if (stmt->txn != Stmt::Txn::kNone) {
+    stmt->parsed = Statement();
+    stmt->sql = std::move(sql);
+    stmt->prepared = true;
+    return SQL_SUCCESS;
+  }
   Error e = ParseSql(sql, &stmt->parsed);
   if (!e.ok() && e.kind() == ErrorKind::kSyntax) {
     if (std::optional<std::string> bare = WithoutColumnConstraints(sql)) {
@@ -169,7 +241,6 @@ SQLRETURN RunOnce(Stmt* stmt) {
     e = stmt->dbc->db->Execute(stmt->sql, stmt->parsed, params, &out);
   }
   if (!e.ok()) return PostError(stmt, e);
-  if (out.changed) stmt->dbc->changedSinceEndTran = true;
   stmt->SetResult(std::move(out.result));
   if (stmt->result && !stmt->engine && !RoutesToEngine(stmt)) DescribeTypes(stmt);
   stmt->rowCount = stmt->result ? stmt->result->rowCount() : out.rowCount;
@@ -222,7 +293,6 @@ SQLRETURN RunArray(Stmt* stmt) {
   } else if (!sets.empty()) {
     e = stmt->dbc->db->ExecuteBatch(stmt->sql, stmt->parsed, sets, &counts, &failed);
   }
-  if (!counts.empty()) stmt->dbc->changedSinceEndTran = true;
   long rows = 0;
   for (std::size_t k = 0; k < counts.size(); ++k) {
     status(index[k], SQL_PARAM_SUCCESS);
@@ -255,6 +325,7 @@ SQLRETURN RunArray(Stmt* stmt) {
 SQLRETURN Run(Stmt* stmt) {
   stmt->CloseCursor();
   stmt->rowCount = -1;
+  if (stmt->txn != Stmt::Txn::kNone) return RunTransactionVerb(stmt);
   if (stmt->dbc->readOnlyAttr && !IsQuery(stmt)) {
     return PostError(stmt, Error(ErrorKind::kReadOnly,
                                  "The connection is read-only (SQL_ATTR_ACCESS_MODE): the "

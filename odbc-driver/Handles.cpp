@@ -19,6 +19,12 @@ bool CopyOutImpl(const std::string& text, char* buffer, SQLLEN bufferLength) {
 
 }  // namespace
 
+void EndBegunTransaction(Dbc* dbc) {
+  if (!dbc->begun) return;
+  dbc->begun = false;
+  (void)dbc->db->SetAutocommit(dbc->autocommit);  // nothing is open after COMMIT or ROLLBACK
+}
+
 bool CopyOut(const std::string& text, SQLCHAR* buffer, SQLLEN bufferLength, SQLSMALLINT* outLen) {
   if (outLen) *outLen = static_cast<SQLSMALLINT>(std::min<std::size_t>(text.size(), 32767));
   return CopyOutImpl(text, reinterpret_cast<char*>(buffer), bufferLength);

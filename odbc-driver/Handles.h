@@ -55,10 +55,16 @@ struct Dbc : Handle {
   std::string dsn;
   bool autocommit = true;
   bool readOnlyAttr = false;
-  bool changedSinceEndTran = false;
+  // A BEGIN statement opened a transaction under autocommit; the COMMIT or ROLLBACK that
+  // ends it (statement or SQLEndTran) turns autocommit back on.
+  bool begun = false;
   SQLPOINTER quietMode = nullptr;  // a window for dialogs: the driver never shows one
   std::vector<Stmt*> stmts;
 };
+
+// Ends what a BEGIN statement opened, once its COMMIT or ROLLBACK ran: autocommit is back
+// as the connection attribute has it.
+void EndBegunTransaction(Dbc* dbc);
 
 struct Desc : Handle {
   Desc() : Handle(HandleKind::kDesc) {}
@@ -91,6 +97,8 @@ struct Stmt : Handle {
   // holds only the count of ? markers, and engineQuery whether it is a SELECT.
   bool engine = false;
   bool engineQuery = false;
+  // BEGIN, COMMIT or ROLLBACK as SQL text (ApiStatement.cpp); then nothing else is set.
+  enum class Txn { kNone, kBegin, kCommit, kRollback } txn = Txn::kNone;
 
   std::unique_ptr<ResultSet> result;
   // What SQLDescribeCol and SQLColAttribute report: result's columns, with the types the

@@ -332,6 +332,33 @@ TEST(TransactionApiTest, EndTranDisconnectAndInfo) {
   ASSERT_TRUE(DiagOf(SQL_HANDLE_DBC, c.dbc(), SQLDisconnect(c.dbc())).ok());
 }
 
+// BEGIN, COMMIT and ROLLBACK as SQL text: BEGIN opens a unit under autocommit, the statement
+// that ends it puts autocommit back (or another connection would wait on the lock).
+TEST(TransactionApiTest, TransactionStatementsInSqlText) {
+  RegisterDriverOnce();
+  TempDir dir;
+  const std::string cs = LibraryConnectionString(dir.file("t.xls"));
+  Connection c, other;
+  ASSERT_TRUE(c.Open(cs).ok());
+  ASSERT_TRUE(c.Exec("CREATE TABLE [S] ([n] char(255))").ok());
+  ASSERT_TRUE(c.Exec("begin transaction").ok());
+  EXPECT_EQ(c.Exec("BEGIN").state, "25000");
+  ASSERT_TRUE(c.Exec("INSERT INTO [S] VALUES ('a')").ok());
+  ASSERT_TRUE(c.Exec("ROLLBACK WORK").ok());
+  EXPECT_EQ(c.Query("SELECT n FROM [S]").size(), 1u) << "the header only";
+  ASSERT_TRUE(c.Exec("START TRANSACTION").ok());
+  ASSERT_TRUE(c.Exec("INSERT INTO [S] VALUES ('b')").ok());
+  ASSERT_TRUE(c.Exec(" Commit ; ").ok());
+  ASSERT_TRUE(c.Exec("INSERT INTO [S] VALUES ('c')").ok());
+  ASSERT_TRUE(other.Open(cs).ok());
+  auto rows = other.Query("SELECT n FROM [S]");
+  ASSERT_EQ(rows.size(), 3u) << "autocommit is back after COMMIT";
+  EXPECT_EQ(rows[1][0], "b");
+  EXPECT_EQ(c.Exec("COMMIT; DELETE FROM [S]").state, "42000");
+  other.Close();
+  ASSERT_TRUE(DiagOf(SQL_HANDLE_DBC, c.dbc(), SQLDisconnect(c.dbc())).ok());
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace xlsodbc
