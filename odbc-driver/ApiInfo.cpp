@@ -74,8 +74,9 @@ bool LookUpInfo(Dbc* dbc, SQLUSMALLINT type, InfoValue* v) {
       return text("03.00");
     case SQL_DBMS_NAME:
       return text("EXCEL");
-    case SQL_DBMS_VER:
-      return text("8.0 (BIFF8)");
+    case SQL_DBMS_VER:  // the connected workbook's format: Excel 97-2003, or 2007 and later
+      return text(dbc->db && dbc->db->grid().rows == kXlsxGrid.rows ? "12.0 (Office Open XML)"
+                                                                    : "8.0 (BIFF8)");
     case SQL_DATA_SOURCE_NAME:
       return text(dbc->dsn);
     case SQL_SERVER_NAME:

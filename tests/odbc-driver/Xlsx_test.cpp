@@ -43,6 +43,12 @@ SQLUSMALLINT MaxColumns(Connection& c) {
   return n;
 }
 
+std::string DbmsVersion(Connection& c) {
+  char text[64] = "";
+  SQLGetInfo(c.dbc(), SQL_DBMS_VER, text, sizeof text, nullptr);
+  return text;
+}
+
 // One workbook, one connection: each step's SQLSTATE ("" for success) and, for a query, its
 // rows with the header first. The dialect and the engine both run, on the .xlsx grid.
 TEST(XlsxTest, StatementsTypesAndLimitsHoldAtTheXlsxEdges) {
@@ -159,6 +165,7 @@ TEST(XlsxTest, ANewWorkbookTakesItsNamesFormatAnExistingOneKeepsItsOwn) {
     Diag inserted = c.Exec("INSERT INTO [S] VALUES (x)");
     EXPECT_TRUE(inserted.ok()) << inserted.message;
     EXPECT_EQ(MaxColumns(c), k.maxColumns);
+    EXPECT_EQ(DbmsVersion(c).substr(0, 4), k.maxColumns == 256 ? "8.0 " : "12.0");
     c.Close();
     EXPECT_EQ(FormatOf(path), k.format);
   }
