@@ -23,12 +23,13 @@ namespace {
 using testing_support::FailNth;
 using testing_support::PowerCut;
 
-class TransactionTest : public ::testing::Test {
+// The same rules for both formats a workbook is saved in.
+class TransactionTest : public ::testing::TestWithParam<const char*> {
  protected:
   void SetUp() override {
     char pattern[] = "/tmp/xlsodbc-txn-XXXXXX";
     dir_ = mkdtemp(pattern);
-    path_ = dir_ + "/book.xls";
+    path_ = dir_ + "/book" + GetParam();
     auto db = Open();
     ASSERT_TRUE(Run(db.get(), "CREATE TABLE [S] ([n] NUMBER)").ok());
     ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (1)").ok());
@@ -109,7 +110,7 @@ class TransactionTest : public ::testing::Test {
 
 // Each kind of change joins the unit: nothing reaches the files before COMMIT, ROLLBACK
 // takes it all back (a sheet it added too), COMMIT appends it as one record.
-TEST_F(TransactionTest, ChangesFormOneUnitUntilCommitOrRollback) {
+TEST_P(TransactionTest, ChangesFormOneUnitUntilCommitOrRollback) {
   struct Case {
     const char* what;
     std::function<Error(Database*)> change;
@@ -160,7 +161,7 @@ TEST_F(TransactionTest, ChangesFormOneUnitUntilCommitOrRollback) {
 
 // The first change takes the workbook until the unit ends: other connections wait up to the
 // lock timeout, then fail with kLocked; after COMMIT they go on and see the unit whole.
-TEST_F(TransactionTest, OtherConnectionsWaitForTheUnit) {
+TEST_P(TransactionTest, OtherConnectionsWaitForTheUnit) {
   auto db = Open();
   auto other = Open(SyncMode::kNormal, /*lockTimeoutMs=*/100);
   ASSERT_TRUE(db->SetAutocommit(false).ok());
@@ -177,7 +178,7 @@ TEST_F(TransactionTest, OtherConnectionsWaitForTheUnit) {
 }
 
 // Close() with a unit open rolls it back: only committed changes reach the workbook.
-TEST_F(TransactionTest, CloseRollsBackAnOpenUnit) {
+TEST_P(TransactionTest, CloseRollsBackAnOpenUnit) {
   auto db = Open();
   ASSERT_TRUE(db->SetAutocommit(false).ok());
   ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (2)").ok());
@@ -188,7 +189,7 @@ TEST_F(TransactionTest, CloseRollsBackAnOpenUnit) {
 }
 
 // A process killed with SIGKILL inside a unit loses all of it, and nothing committed.
-TEST_F(TransactionTest, KilledInsideAUnitLosesItWhole) {
+TEST_P(TransactionTest, KilledInsideAUnitLosesItWhole) {
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);
   pid_t child = fork();
@@ -221,7 +222,7 @@ TEST_F(TransactionTest, KilledInsideAUnitLosesItWhole) {
 
 // A power cut keeps every committed unit under FULL and NORMAL (COMMIT flushes), never part
 // of one; under OFF nothing since the last fold, by the mode's promise.
-TEST_F(TransactionTest, PowerCutKeepsWholeUnits) {
+TEST_P(TransactionTest, PowerCutKeepsWholeUnits) {
   struct Case {
     SyncMode mode;
     const char* kept;
@@ -255,7 +256,7 @@ TEST_F(TransactionTest, PowerCutKeepsWholeUnits) {
 
 // Whatever call of COMMIT fails, the unit is in the files whole or not at all, memory agrees
 // with them, and the error says which: "not saved" rolled back, "may have been saved" either.
-TEST_F(TransactionTest, FailedCommitSavesTheUnitWholeOrNotAtAll) {
+TEST_P(TransactionTest, FailedCommitSavesTheUnitWholeOrNotAtAll) {
   for (FailNth::Mode mode : {FailNth::kOnce, FailNth::kForGood}) {
     bool completed = false;
     for (int n = 1; !completed; ++n) {
@@ -297,6 +298,8 @@ SQLUINTEGER InfoU32(SQLHDBC dbc, SQLUSMALLINT type) {
   SQLGetInfo(dbc, type, &v, sizeof v, nullptr);
   return v;
 }
+
+INSTANTIATE_TEST_SUITE_P(Formats, TransactionTest, ::testing::Values(".xls", ".xlsx"));
 
 // The ODBC face: what SQLGetInfo says, SQLEndTran, SQLDisconnect inside a transaction.
 TEST(TransactionApiTest, EndTranDisconnectAndInfo) {
