@@ -450,6 +450,7 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
   };
   const std::string unnamed;
   CellWrites writes;
+  writes.Reserve(values.size());
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (values[i]->kind == Value::Kind::kNull) continue;
     if (!writes.Set(row, target[i], *values[i], false, unnamed).ok()) {
