@@ -201,9 +201,9 @@ int Convert(const Args& args) {
                  file.c_str(), note.GetString());
   }
   const long expected = s.GetTotalRows() + (numbered ? 1 : 0);
-  const long landed =
-      workbook ? CSpreadSheet(target.c_str(), delimiter.c_str(), false).GetTotalRows()
-               : RowsInSheet(target, sheetName);
+  const long landed = workbook
+                          ? CSpreadSheet(target.c_str(), delimiter.c_str(), false).GetTotalRows()
+                          : RowsInSheet(target, sheetName);
   if (landed < expected) {
     const long missing = expected - landed;
     return FailWith("convert", target,
