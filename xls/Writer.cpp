@@ -71,11 +71,89 @@ std::size_t TextCells(const Workbook& wb) {
   return n;
 }
 
-// One sheet substream; lbPlyPos is patched when the globals size is known.
+// Whether a cell has a record of its own.
+bool IsWritten(const Cell& cell) { return !cell.isEmpty() || cell.style != 0; }
+
+// The XF of each written cell. A run of cells in one style asks the style table once: it
+// answers the same for the same question, and adds an XF only the first time.
+class XfOfCells {
+ public:
+  explicit XfOfCells(StyleTableWriter* styles) : styles_(styles) {}
+  Status For(const Cell& cell, std::uint16_t* xf) {
+    auto force = StyleTableWriter::DateForce::kNone;
+    if (cell.type == CellType::kDateTime) {
+      force = cell.number == std::floor(cell.number) ? StyleTableWriter::DateForce::kDate
+                                                     : StyleTableWriter::DateForce::kDateTime;
+    }
+    if (!known_ || cell.style != style_ || force != force_) {
+      Status s = styles_->XfFor(cell.style, force, &xf_);
+      if (!s.ok()) return s;
+      known_ = true;
+      style_ = cell.style;
+      force_ = force;
+    }
+    *xf = xf_;
+    return Status::OK();
+  }
+
+ private:
+  StyleTableWriter* styles_;
+  bool known_ = false;
+  std::uint16_t style_ = 0, xf_ = 0;
+  StyleTableWriter::DateForce force_ = StyleTableWriter::DateForce::kNone;
+};
+
+// The first pass over a sheet, in the order its records are written: each style its
+// cells use gets its XF and each text its place in the SST (appended to *labels, one per
+// text cell), and the first fault stops the workbook as writing the record would. Adds an
+// upper bound on the sheet's record bytes to *bytes.
+Status PlanSheet(const Sheet& sheet, SharedStringTable* sst, StyleTableWriter* styles,
+                 std::vector<std::uint32_t>* labels, std::size_t* bytes) {
+  const auto& rows = sheet.rows();
+  if (rows.size() > static_cast<std::size_t>(kMaxRows) || sheet.extentColumns() > kMaxColumns) {
+    return Status::InvalidArgument("sheet \"" + sheet.name() +
+                                   "\" is larger than an .xls sheet (65,536 x 256); save as .xlsx");
+  }
+  *bytes += 256 + 20 * sheet.columnWidths().size();
+  XfOfCells xfs(styles);
+  std::uint64_t hashes[kMaxColumns];
+  for (std::size_t r = 0; r < rows.size(); ++r) {
+    const auto& row = rows[r];
+    const int width = std::min(static_cast<int>(row.size()), kMaxColumns);
+    *bytes += 20 + CellRecords::kLargest * static_cast<std::size_t>(width);
+    // The row's strings are hashed first and their slots loaded together: in a large
+    // table each lookup would otherwise wait for memory on its own.
+    for (int c = 0; c < width; ++c) {
+      if (row[c].type != CellType::kText) continue;
+      hashes[c] = SharedStringTable::Hash(row[c].text);
+      sst->Prefetch(hashes[c]);
+    }
+    for (int c = 0; c < width; ++c) {
+      const Cell& cell = row[c];
+      if (!IsWritten(cell)) continue;
+      std::uint16_t xf;
+      Status s = xfs.For(cell, &xf);
+      if (!s.ok()) return s;
+      if (cell.type != CellType::kText) continue;
+      std::uint32_t index;
+      if (!sst->Add(cell.text, hashes[c], &index)) {
+        return Status::InvalidArgument("text in " + CellName(sheet, static_cast<int>(r), c) +
+                                       " is longer than 32,767 characters");
+      }
+      labels->push_back(index);
+    }
+  }
+  return Status::OK();
+}
+
+// One sheet substream, appended to out; lbPlyPos is patched when the globals size is known.
+// *label walks the SST indices PlanSheet gave the text cells, in the same order.
 // unitsPerDay[style]: the model holds a number under an elapsed-time format as a count of
 // hours, minutes or seconds, the file as days; 0 for every other style.
-Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, StyleTableWriter* styles,
-                  const std::vector<double>& unitsPerDay, std::vector<std::uint8_t>* out) {
+// REQUIRES: PlanSheet succeeded for the sheet with these styles.
+void BuildSheet(const Sheet& sheet, bool active, const std::uint32_t** label,
+                StyleTableWriter* styles, const std::vector<double>& unitsPerDay,
+                std::vector<std::uint8_t>* out) {
   RecordWriter w(out);
   BofRecord bof;
   bof.type = 0x0010;
@@ -89,23 +167,12 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
   }
   const auto& rows = sheet.rows();
   const int nRows = static_cast<int>(rows.size());
-  if (nRows > kMaxRows || sheet.extentColumns() > kMaxColumns) {
-    return Status::InvalidArgument("sheet \"" + sheet.name() +
-                                   "\" is larger than an .xls sheet (65,536 x 256); save as .xlsx");
-  }
-  std::uint64_t hashes[kMaxColumns];
-  std::uint8_t buffer[kMaxColumns * CellRecords::kLargest];
-  bool haveXf = false;
-  std::uint16_t lastStyle = 0, lastXf = 0;
-  auto lastForce = StyleTableWriter::DateForce::kNone;
-  // Every row record and cell record at its largest: the body is never moved while it grows.
-  std::size_t bound = 256 + 20 * sheet.columnWidths().size();
-  for (const auto& row : rows) bound += 20 + CellRecords::kLargest * row.size();
-  out->reserve(out->size() + bound);
   DimensionsRecord dimensions;
   dimensions.rowsEnd = static_cast<std::uint32_t>(nRows);
   dimensions.columnsEnd = static_cast<std::uint16_t>(sheet.extentColumns());
   dimensions.EncodeTo(w);
+  XfOfCells xfs(styles);
+  std::uint8_t buffer[kMaxColumns * CellRecords::kLargest];
   // Rows in blocks of 32: the ROW records of a block, then its cells.
   for (int block = 0; block < nRows; block += 32) {
     int end = std::min(nRows, block + 32);
@@ -120,45 +187,19 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
       const auto& row = rows[r];
       const int width = std::min(static_cast<int>(row.size()), kMaxColumns);
       CellRecords records(buffer);
-      // The row's strings are hashed first and their slots loaded together: in a large
-      // table each lookup would otherwise wait for memory on its own.
-      for (int c = 0; c < width; ++c) {
-        if (row[c].type != CellType::kText) continue;
-        hashes[c] = SharedStringTable::Hash(row[c].text);
-        sst->Prefetch(hashes[c]);
-      }
       for (int c = 0; c < width; ++c) {
         const Cell& cell = row[c];
-        if (cell.isEmpty() && cell.style == 0) continue;
-        std::uint16_t xf;
-        auto force = StyleTableWriter::DateForce::kNone;
-        if (cell.type == CellType::kDateTime) {
-          force = cell.number == std::floor(cell.number) ? StyleTableWriter::DateForce::kDate
-                                                         : StyleTableWriter::DateForce::kDateTime;
-        }
-        // A run of cells in one style asks the style table once; it answers the same after.
-        if (!haveXf || cell.style != lastStyle || force != lastForce) {
-          Status s = styles->XfFor(cell.style, force, &lastXf);
-          if (!s.ok()) return s;
-          haveXf = true;
-          lastStyle = cell.style;
-          lastForce = force;
-        }
-        xf = lastXf;
+        if (!IsWritten(cell)) continue;
+        std::uint16_t xf = 0;
+        (void)xfs.For(cell, &xf);  // known since PlanSheet: cannot fail
         const CellHead at{static_cast<std::uint16_t>(r), static_cast<std::uint16_t>(c), xf};
         switch (cell.type) {
           case CellType::kEmpty:
             records.Blank(at);
             break;
-          case CellType::kText: {
-            std::uint32_t index;
-            if (!sst->Add(cell.text, hashes[c], &index)) {
-              return Status::InvalidArgument("text in " + CellName(sheet, r, c) +
-                                             " is longer than 32,767 characters");
-            }
-            records.LabelSst(at, index);
+          case CellType::kText:
+            records.LabelSst(at, *(*label)++);
             break;
-          }
           case CellType::kNumber:
           case CellType::kDateTime:
             if (std::isfinite(cell.number)) {
@@ -186,7 +227,6 @@ Status BuildSheet(const Sheet& sheet, bool active, SharedStringTable* sst, Style
   window.EncodeTo(w);
   w.Begin(rec::kEof);
   w.End();
-  return Status::OK();
 }
 
 // The workbook stream, appended to the base bytes already in *stream (room the caller keeps
@@ -215,21 +255,24 @@ Status BuildWorkbookStream(const Workbook& wb, std::size_t base,
       }
     }
   }
+  // The strings and styles first, so that the globals, which list them, can be written
+  // before the sheets, and each sheet straight after them.
   SharedStringTable sst;
-  sst.Reserve(TextCells(wb));
+  const std::size_t texts = TextCells(wb);
+  sst.Reserve(texts);
+  std::vector<std::uint32_t> labels;
+  labels.reserve(texts);
   StyleTableWriter styles(wb.styles());
   std::vector<double> unitsPerDay;
   for (const Style& style : wb.styles())
     unitsPerDay.push_back(ElapsedUnitsPerDay(ClassifyNumberFormat(style.numberFormat)));
-  std::vector<std::vector<std::uint8_t>> bodies(sheets.size());
-  for (std::size_t i = 0; i < sheets.size(); ++i) {
-    Status s = BuildSheet(sheets[i], i == 0, &sst, &styles, unitsPerDay, &bodies[i]);
+  std::size_t bodyBytes = 0;
+  for (const Sheet& sheet : sheets) {
+    Status s = PlanSheet(sheet, &sst, &styles, &labels, &bodyBytes);
     if (!s.ok()) return s;
   }
 
   // The globals are small beside the sheets and the strings: room for all of it at once.
-  std::size_t bodyBytes = 0;
-  for (const auto& body : bodies) bodyBytes += body.size();
   std::size_t room = base + (std::size_t{64} << 10) + sst.WrittenSizeBound() + bodyBytes;
   room += room / 64 + 8192;  // and the container's tables, which follow a stream in memory
   stream->resize(base);
@@ -250,10 +293,10 @@ Status BuildWorkbookStream(const Workbook& wb, std::size_t base,
   sst.Write(base, stream);
   w.Begin(rec::kEof);
   w.End();
+  const std::uint32_t* label = labels.data();
   for (std::size_t i = 0; i < sheets.size(); ++i) {
     PutU32(stream->data() + plyPos[i], static_cast<std::uint32_t>(stream->size() - base));
-    stream->insert(stream->end(), bodies[i].begin(), bodies[i].end());
-    std::vector<std::uint8_t>().swap(bodies[i]);
+    BuildSheet(sheets[i], i == 0, &label, &styles, unitsPerDay, stream);
   }
   if (stream->size() - base > 0xFFFFFFFFu) {
     return Status::InvalidArgument("workbook larger than 4 GB");
