@@ -229,8 +229,7 @@ class Parser {
     // A value ends at a ',' or the closing ')': the commas left bound the count, so the
     // list is sized once (a spreadsheet row sends dozens of values a statement). A row has
     // at most 256 columns; commas inside quoted text do not reserve more than that.
-    std::size_t commas = 0;
-    for (std::size_t i = p_; i < s_.size(); ++i) commas += s_[i] == ',';
+    const auto commas = static_cast<std::size_t>(std::count(s_.begin() + p_, s_.end(), ','));
     st->values.reserve(std::min<std::size_t>(commas + 1, xls::kMaxColumns));
     do {
       Value v;

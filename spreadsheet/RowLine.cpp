@@ -1,5 +1,6 @@
 #include "spreadsheet/RowLine.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -249,6 +250,9 @@ Form Split(const std::string& line, const std::string& delimiter, std::vector<CS
     const std::size_t separator = delimiter.size() + 2;
     const char* base = line.data();
     std::size_t start = 0;
+    // Each cut takes a whole separator: room for that many values, as many as a sheet has
+    // columns at most, is made once (the caller's array may start empty).
+    out.reserve(out.size() + std::min<std::size_t>(line.size() / separator + 1, 256));
     const std::size_t patterns = ForEachPattern(line, delimiter, [&](std::size_t pos) {
       out.emplace_back(base + start, static_cast<int>(pos - start));
       start = pos + separator;
