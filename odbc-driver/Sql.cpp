@@ -262,23 +262,21 @@ class Parser {
 
   // 'text' with '' for a quote; "text" likewise with "".
   bool ParseQuoted(std::string* out) {
-    char q = s_[p_];
+    const char q = s_[p_];
     std::size_t i = p_ + 1;
     out->clear();
-    while (true) {
-      if (i >= s_.size()) return Fail("unterminated quoted text");
-      if (s_[i] == q) {
-        if (i + 1 < s_.size() && s_[i + 1] == q) {
-          out->push_back(q);
-          i += 2;
-          continue;
-        }
-        break;
+    while (true) {  // a run of text up to the next quote at a time
+      const std::size_t close = s_.find(q, i);
+      if (close == std::string_view::npos) return Fail("unterminated quoted text");
+      out->append(s_.data() + i, close - i);
+      if (close + 1 < s_.size() && s_[close + 1] == q) {
+        out->push_back(q);
+        i = close + 2;
+        continue;
       }
-      out->push_back(s_[i++]);
+      p_ = close + 1;
+      return true;
     }
-    p_ = i + 1;
-    return true;
   }
 
   // Where a value stands decides where a bare word ends: in a VALUES list at the next ','
