@@ -361,9 +361,9 @@ void SharedStringTable::Prefetch(std::uint64_t hash) const {
 
 void SharedStringTable::Reserve(std::size_t strings) {
   entries_.reserve(strings);
-  if (strings * 2 <= slots_.size()) return;
+  if (!TooFull(strings, slots_.size())) return;
   std::size_t size = slots_.size();
-  while (strings * 2 > size) size *= 2;
+  while (TooFull(strings, size)) size *= 2;
   Rehash(size);
 }
 
@@ -415,7 +415,7 @@ bool SharedStringTable::Add(std::string_view text, std::uint64_t hash, std::uint
   slots_[s] = (tag << 32) | entries_.size();
   *index = static_cast<std::uint32_t>(entries_.size() - 1);
   ++references_;
-  if (entries_.size() * 2 > slots_.size()) Rehash(slots_.size() * 2);
+  if (TooFull(entries_.size(), slots_.size())) Rehash(slots_.size() * 2);
   return true;
 }
 

@@ -120,7 +120,10 @@ class SharedStringTable {
     std::uint32_t cch;   // characters as stored (UTF-16 code units)
   };
   static constexpr std::uint32_t kWide = 0x80000000u;  // in cch: stored as UTF-16LE
-  // REQUIRES: size is a power of two, at least twice the entries.
+  // Past three quarters full the table grows: the hash bits kept in each slot make a
+  // longer probe cheap, and a smaller table means less memory to fault in and miss on.
+  static bool TooFull(std::size_t entries, std::size_t slots) { return entries * 4 > slots * 3; }
+  // REQUIRES: size is a power of two and !TooFull(entries, size).
   void Rehash(std::size_t size);
   std::vector<Entry> entries_;
   // Open addressing: the hash's upper 32 bits (which also choose the slot) above the entry
