@@ -456,10 +456,19 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
   const TableRef t = NamedTable(book, st.table);
   const Sheet* s = book.findSheet(t.sheet);
   if (!s) return TableNotFound(t);
-  std::vector<Value> values(st.values.size());
+  // The statement's own values are read where they are; only parameters are looked up.
+  std::vector<const Value*> values(st.values.size());
   for (std::size_t i = 0; i < values.size(); ++i) {
-    Error e = Bind(st.values[i], o, &values[i]);
-    if (!e.ok()) return e;
+    const Value& v = st.values[i];
+    if (v.kind != Value::Kind::kParameter) {
+      values[i] = &v;
+      continue;
+    }
+    if (!o.parameters || v.parameter >= static_cast<int>(o.parameters->size())) {
+      Value unused;
+      return Bind(v, o, &unused);  // the error for a parameter without a value
+    }
+    values[i] = &(*o.parameters)[static_cast<std::size_t>(v.parameter)];
   }
   // Where the table's columns lie; for a used range, the header row's extent.
   int top, left, right;
@@ -506,17 +515,25 @@ Error RunInsert(const Statement& st, const ExecOptions& o, Writable w, const Wor
                  "Table " + Quote(t.written) + " is full: a sheet ends at row " +
                      WithCommas(static_cast<std::size_t>(o.grid.rows)) + ".");
   }
-  CellWrites writes(o.grid);
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    if (values[i].kind == Value::Kind::kNull) continue;
+  // A column's name only appears in a message: it is worked out when a value is refused,
+  // and that value is then checked again under it (Set is the same for any name).
+  auto columnName = [&](std::size_t i) {
     std::string name;
     if (!st.columns.empty()) {
       name = st.columns[i];
     } else if (!CellText(s->at(top, target[i]), book.date1904, &name) || name.empty()) {
       name = "F" + std::to_string(target[i] - left + 1);
     }
-    Error e = writes.Set(row, target[i], values[i], false, name);
-    if (!e.ok()) return e;
+    return name;
+  };
+  const std::string unnamed;
+  CellWrites writes(o.grid);
+  writes.Reserve(values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (values[i]->kind == Value::Kind::kNull) continue;
+    if (!writes.Set(row, target[i], *values[i], false, unnamed).ok()) {
+      return CellWrites(o.grid).Set(row, target[i], *values[i], false, columnName(i));
+    }
   }
   writes.ApplyTo(w.get().findSheet(t.sheet), w.effects());
   out->changed = true;

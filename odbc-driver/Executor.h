@@ -54,6 +54,8 @@ class CellWrites {
   // value in messages.
   // REQUIRES: v is not a parameter marker (bind it first); row, column >= 0.
   Error Set(int row, int column, const Value& v, bool keepStyle, const std::string& columnName);
+  // Room for n writes: a statement that knows its count queues them without regrowing.
+  void Reserve(std::size_t n) { writes_.reserve(n); }
   // Makes the queued changes, adding each cell's new state to *effects when given.
   // REQUIRES: every Set of the statement succeeded (a failed Set queues nothing; the
   // statement then fails whole, applying none).

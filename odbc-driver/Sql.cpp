@@ -1,5 +1,7 @@
 #include "odbc-driver/Sql.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 
@@ -19,6 +21,18 @@ char Upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) :
 bool IsNameChar(char c) {
   return IsAlpha(c) || IsDigit(c) || c == '_' || c == '$' || static_cast<unsigned char>(c) >= 0x80;
 }
+
+// Bytes of a bare word in a VALUES list, by what they do to it; 0 for the word's own.
+constexpr unsigned char kEndsValue = 1, kNotInWord = 2;
+constexpr std::array<unsigned char, 256> MakeListBytes() {
+  std::array<unsigned char, 256> kinds{};
+  kinds[','] = kinds[')'] = kEndsValue;
+  for (unsigned char c : {' ', '\t', '\r', '\n', '\f', '\v', '\'', '"', '(', ';'}) {
+    kinds[c] = kNotInWord;
+  }
+  return kinds;
+}
+constexpr std::array<unsigned char, 256> kListByte = MakeListBytes();
 
 // Recursive descent over the raw text. Values are read straight from the text because a
 // bare word ("2024-01-01", "x@y.com") is not one token in any ordinary lexer.
@@ -213,6 +227,11 @@ class Parser {
       if (!Expect(')')) return false;
     }
     if (!ExpectKeyword("VALUES") || !Expect('(')) return false;
+    // A value ends at a ',' or the closing ')': the commas left bound the count, so the
+    // list is sized once (a spreadsheet row sends dozens of values a statement). A row has
+    // at most 256 columns; commas inside quoted text do not reserve more than that.
+    const auto commas = static_cast<std::size_t>(std::count(s_.begin() + p_, s_.end(), ','));
+    st->values.reserve(std::min<std::size_t>(commas + 1, xls::kMaxColumns));
     do {
       Value v;
       if (!ParseValue(&v, Place::kList)) return false;
@@ -244,23 +263,21 @@ class Parser {
 
   // 'text' with '' for a quote; "text" likewise with "".
   bool ParseQuoted(std::string* out) {
-    char q = s_[p_];
+    const char q = s_[p_];
     std::size_t i = p_ + 1;
     out->clear();
-    while (true) {
-      if (i >= s_.size()) return Fail("unterminated quoted text");
-      if (s_[i] == q) {
-        if (i + 1 < s_.size() && s_[i + 1] == q) {
-          out->push_back(q);
-          i += 2;
-          continue;
-        }
-        break;
+    while (true) {  // a run of text up to the next quote at a time
+      const std::size_t close = s_.find(q, i);
+      if (close == std::string_view::npos) return Fail("unterminated quoted text");
+      out->append(s_.data() + i, close - i);
+      if (close + 1 < s_.size() && s_[close + 1] == q) {
+        out->push_back(q);
+        i = close + 2;
+        continue;
       }
-      out->push_back(s_[i++]);
+      p_ = close + 1;
+      return true;
     }
-    p_ = i + 1;
-    return true;
   }
 
   // Where a value stands decides where a bare word ends: in a VALUES list at the next ','
@@ -289,21 +306,29 @@ class Parser {
     std::size_t start = p_;
     std::size_t end = start;
     if (place == Place::kList) {
-      while (end < s_.size() && s_[end] != ',' && s_[end] != ')') ++end;
+      // One pass over the word: its end, and the first byte it may not hold, which is an
+      // error unless it lies in the spaces trimmed from the end.
+      std::size_t bad = std::string_view::npos;
+      for (; end < s_.size(); ++end) {
+        const unsigned char kind = kListByte[static_cast<unsigned char>(s_[end])];
+        if (kind == kEndsValue) break;
+        if (kind == kNotInWord && bad == std::string_view::npos) bad = end;
+      }
       while (end > start && IsSpace(s_[end - 1])) --end;
-    } else if (place == Place::kSet) {
+      if (end == start) return Fail("expected a value");
+      if (bad < end) return FailInWord(bad);
+      p_ = end;
+      SetWordValue(s_.substr(start, end - start), v);
+      return true;
+    }
+    if (place == Place::kSet) {
       while (end < s_.size() && s_[end] != ',' && s_[end] != ')' && !IsSpace(s_[end])) ++end;
     }
     if (place != Place::kCondition) {
       std::string_view word = s_.substr(start, end - start);
       if (word.empty()) return Fail("expected a value");
       for (std::size_t i = 0; i < word.size(); ++i) {
-        char w = word[i];
-        if (IsSpace(w) || w == '\'' || w == '"' || w == '(' || w == ';') {
-          p_ = start + i;
-          return Fail(IsSpace(w) ? "a value with spaces must be quoted"
-                                 : "a value with quotes, '(' or ';' must be quoted");
-        }
+        if (IsNotInWord(word[i])) return FailInWord(start + i);
       }
       p_ = end;
       SetWordValue(word, v);
@@ -336,6 +361,14 @@ class Parser {
     return Fail("expected a value");
   }
 
+  // What a bare word may not hold: it needed quotes.
+  static bool IsNotInWord(char c) { return kListByte[static_cast<unsigned char>(c)] == kNotInWord; }
+  bool FailInWord(std::size_t at) {
+    p_ = at;
+    return Fail(IsSpace(s_[at]) ? "a value with spaces must be quoted"
+                                : "a value with quotes, '(' or ';' must be quoted");
+  }
+
   static void SetWordValue(std::string_view word, Value* v) {
     double d;
     if (word.size() == 4 && Upper(word[0]) == 'N' && Upper(word[1]) == 'U' &&
@@ -344,10 +377,10 @@ class Parser {
     } else if (IsCanonicalNumber(word, &d)) {
       v->kind = Value::Kind::kNumber;
       v->number = d;
-      v->text = std::string(word);
+      v->text.assign(word.data(), word.size());
     } else {
       v->kind = Value::Kind::kText;
-      v->text = std::string(word);
+      v->text.assign(word.data(), word.size());
     }
   }
 
@@ -520,10 +553,25 @@ bool ParseTableName(std::string_view name, TableRef* out) {
 
 bool IsCanonicalNumber(std::string_view text, double* value) {
   if (text.empty() || text.size() > 40) return false;
+  // Canonical text starts with a digit or '-'. Whole numbers of up to 15 digits are exact
+  // as doubles, and canonical exactly when written without a leading zero (nor "-0").
+  const bool negative = text[0] == '-';
+  const std::string_view digits = text.substr(negative ? 1 : 0);
+  if (digits.empty() || !IsDigit(digits[0])) return false;
+  if (digits.size() <= 15 && std::all_of(digits.begin(), digits.end(), IsDigit)) {
+    if (digits[0] == '0' && (digits.size() > 1 || negative)) return false;
+    long long n = 0;
+    for (char c : digits) n = n * 10 + (c - '0');
+    *value = static_cast<double>(negative ? -n : n);
+    return true;
+  }
   double d;
   auto res = std::from_chars(text.data(), text.data() + text.size(), d);
   if (res.ec != std::errc() || res.ptr != text.data() + text.size()) return false;
-  if (!std::isfinite(d) || FormatNumber(d) != text) return false;
+  char canonical[kNumberTextMax];
+  if (!std::isfinite(d) || std::string_view(canonical, FormatNumberTo(d, canonical)) != text) {
+    return false;
+  }
   *value = d;
   return true;
 }

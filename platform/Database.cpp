@@ -159,24 +159,33 @@ BOOL CDatabase::OpenEx(LPCTSTR connectString, DWORD /*options: never prompts*/) 
 
 void CDatabase::ExecuteSQL(LPCTSTR sql) {
   if (!IsOpen()) ThrowLibraryError("08003", "Connection not open");
-  SQLHSTMT stmt = SQL_NULL_HSTMT;
-  SQLRETURN ret = SQLAllocHandle(SQL_HANDLE_STMT, static_cast<SQLHDBC>(m_hdbc), &stmt);
-  if (!Succeeded(ret)) ThrowDiagnostics(ret, SQL_HANDLE_DBC, static_cast<SQLHDBC>(m_hdbc));
-  ret = SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(const_cast<char*>(sql ? sql : "")), SQL_NTS);
+  // One statement handle serves every call, its cursor closed after each: allocating a
+  // handle costs the driver manager more than a one-row INSERT takes to run.
+  if (!execStmt_) {
+    SQLHSTMT fresh = SQL_NULL_HSTMT;
+    SQLRETURN ret = SQLAllocHandle(SQL_HANDLE_STMT, static_cast<SQLHDBC>(m_hdbc), &fresh);
+    if (!Succeeded(ret)) ThrowDiagnostics(ret, SQL_HANDLE_DBC, static_cast<SQLHDBC>(m_hdbc));
+    execStmt_ = fresh;
+  }
+  SQLHSTMT stmt = static_cast<SQLHSTMT>(execStmt_);
+  SQLRETURN ret =
+      SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(const_cast<char*>(sql ? sql : "")), SQL_NTS);
   // SQL_NO_DATA: a searched UPDATE or DELETE that touched no row, which is not an error.
   if (!Succeeded(ret) && ret != SQL_NO_DATA) {
     try {
       ThrowDiagnostics(ret, SQL_HANDLE_STMT, stmt);
     } catch (...) {
-      SQLFreeHandle(SQL_HANDLE_STMT, stmt);
+      SQLFreeStmt(stmt, SQL_CLOSE);
       throw;
     }
   }
-  SQLFreeHandle(SQL_HANDLE_STMT, stmt);
+  SQLFreeStmt(stmt, SQL_CLOSE);  // any result is discarded
 }
 
 void CDatabase::Close() {
   while (!recordsets_.empty()) recordsets_.back()->Close();  // each removes itself
+  if (execStmt_) SQLFreeHandle(SQL_HANDLE_STMT, static_cast<SQLHSTMT>(execStmt_));
+  execStmt_ = nullptr;
   if (m_hdbc) {
     SQLDisconnect(static_cast<SQLHDBC>(m_hdbc));
     SQLFreeHandle(SQL_HANDLE_DBC, static_cast<SQLHDBC>(m_hdbc));

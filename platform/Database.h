@@ -63,6 +63,7 @@ class SPREADSHEET_API CDatabase {
   void FreeHandles();
 
   void* henv_ = nullptr;   // SQLHENV, one per connection
+  void* execStmt_ = nullptr;  // SQLHSTMT that ExecuteSQL runs on, made by its first call
   CString connect_;
   CString requested_;      // the string OpenEx was given
   std::vector<CRecordset*> recordsets_;  // open on this connection, closed with it

@@ -7,7 +7,9 @@
 // Error handling is part of the contract: a statement's CDBException is turned into
 // lastError (the driver's text) and a closed connection; connecting is never guarded
 // here, so a connect error reaches the caller.
+#include <charconv>
 #include <cstring>
+#include <string>
 
 #include "platform/Database.h"
 #include "platform/OdbcInstaller.h"
@@ -37,6 +39,37 @@ void AppendColumnsAndClose(CString& statement, const CStringArray& fieldNames) {
   }
   statement.Delete(statement.GetLength() - 2, 2);
   statement += ")";
+}
+
+// Appends "<head><value><tail>" for each value, as Format("<head>%s<tail>") of each would:
+// a value ends at its first zero byte. A sheet's save builds one statement a row, so the
+// values are copied straight into it rather than formatted one by one.
+void AppendEachValue(std::string& statement, const CStringArray& values, const char* head,
+                     const char* tail) {
+  for (const CString& value : values.items()) {
+    statement += head;
+    statement += value.GetString();
+    statement += tail;
+  }
+}
+
+void AppendNumber(std::string& out, long n) {
+  char digits[24];
+  out.append(digits, std::to_chars(digits, digits + sizeof digits, n).ptr);
+}
+
+// "INSERT INTO [sheet$A<row>:<column><lastRow>] VALUES (", as Format("INSERT INTO
+// [%s$A%ld:...] ") followed by "VALUES (" made it.
+void StartInsert(std::string& statement, const CString& sheetName, long row, const char* column,
+                 long lastRow) {
+  statement.assign("INSERT INTO [");
+  statement += sheetName.GetString();
+  statement += "$A";
+  AppendNumber(statement, row);
+  statement += ':';
+  statement += column;
+  AppendNumber(statement, lastRow);
+  statement += "] VALUES (";
 }
 
 }  // namespace
@@ -163,12 +196,8 @@ bool CSpreadSheet::CommitExcel() {
   // second time.
   for (long r = 1; r < totalRows; ++r) {
     ReadRow(rowValues, r + 2);
-    scratchValue.Format("INSERT INTO [%s$A%ld:X%ld] ", sheetName.GetString(), r + 3, r + 3);
-    scratchValue += "VALUES (";
-    for (const CString& value : rowValues.items()) {
-      scratchLine.Format("'%s', ", value.GetString());
-      scratchValue += scratchLine;
-    }
+    StartInsert(scratchValue.str(), sheetName, r + 3, "X", r + 3);
+    AppendEachValue(scratchValue.str(), rowValues, "'", "', ");
     scratchValue.Delete(scratchValue.GetLength() - 2, 2);
     scratchValue += ")";
     try {
@@ -221,14 +250,9 @@ bool CSpreadSheet::CommitSingleRowExcel() {
         appendMode = true;
       }
     }
-    rowValues.FreeExtra();
     ReadRow(rowValues, totalRows);
-    scratchValue.Format("INSERT INTO [%s$A%ld:IV%d] ", sheetName.GetString(), totalRows, 1);
-    scratchValue += "VALUES (";
-    for (const CString& value : rowValues.items()) {
-      scratchLine.Format("%s, ", value.GetString());
-      scratchValue += scratchLine;
-    }
+    StartInsert(scratchValue.str(), sheetName, totalRows, "IV", 1);
+    AppendEachValue(scratchValue.str(), rowValues, "", ", ");
     scratchValue.Delete(scratchValue.GetLength() - 2, 2);
     scratchValue += ")";
     database->ExecuteSQL(scratchValue);

@@ -19,11 +19,11 @@ bool CSpreadSheet::ReadRow(CStringArray& RowValues, long row) {
     return false;  // the end of a sequential read; lastError stays as it was
   }
   RowValues.RemoveAll();
-  scratchLine = rowLines.GetAt(currentRow - 1);  // below 0 raises CInvalidArgException
+  // Split straight from the held line: RowValues is never rowLines (both are callers' own
+  // or this object's other arrays).
+  const CString& line = rowLines.GetAt(currentRow - 1);  // below 0 raises CInvalidArgException
   ++currentRow;
-  std::string& pattern = scratchValue.str();  // the separator pattern: quote, delimiter, quote
-  pattern.assign(1, '"').append(delimiter.str()).append(1, '"');
-  const rowline::Form form = rowline::Split(scratchLine.str(), delimiter.str(), RowValues.items());
+  const rowline::Form form = rowline::Split(line.str(), delimiter.str(), RowValues.items());
   if (form == rowline::Form::kSingle) {
     // Deliberate: a line without a delimiter delivers its value yet reads as a failure
     // with the out-of-range message; callers rely on this to spot one-value rows.

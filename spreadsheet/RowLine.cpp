@@ -1,5 +1,6 @@
 #include "spreadsheet/RowLine.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -118,6 +119,23 @@ OneByteCounts CountOneByte(const std::string& line, char d) {
 std::size_t FindFrom(const std::string& hay, const std::string& needle, std::size_t pos) {
   if (pos > hay.size() || needle.size() > hay.size() - pos) return std::string::npos;
   const char* base = hay.data();
+  if (needle.size() != 1 && needle.size() <= 8) {
+    // A short delimiter: its first byte by memchr, then the rest compared. In row lines
+    // that byte is rare outside delimiters, and a library search costs more to set up
+    // than this whole scan; at most eight compares a byte keeps any line linear.
+    const std::size_t rest = needle.size() - 1;
+    const char* p = base + pos;
+    const char* const lastStart = base + hay.size() - needle.size();
+    while (p <= lastStart) {
+      p = static_cast<const char*>(
+          std::memchr(p, needle[0], static_cast<std::size_t>(lastStart - p) + 1));
+      if (p == nullptr) return std::string::npos;
+      if (std::memcmp(p + 1, needle.data() + 1, rest) == 0)
+        return static_cast<std::size_t>(p - base);
+      ++p;
+    }
+    return std::string::npos;
+  }
   if (needle.size() != 1) {
 #if defined(_WIN32)
     return hay.find(needle, pos);
@@ -211,26 +229,51 @@ void CutAt(const std::string& line, std::size_t separatorLength, std::size_t pie
   out.emplace_back(base + start, static_cast<int>(line.size() - start));
 }
 
+// The opening and closing quote of a quoted line, from the values cut from it (those from
+// first on): assumed, not checked.
+void TrimOuterQuotes(std::vector<CString>& out, std::size_t first) {
+  std::string& head = out[first].str();
+  if (!head.empty()) head.erase(0, 1);
+  std::string& tail = out.back().str();
+  if (!tail.empty()) tail.pop_back();
+}
+
 }  // namespace
 
 Form Split(const std::string& line, const std::string& delimiter, std::vector<CString>& out) {
   Form form;
-  const std::size_t pieces = CountValues(line, delimiter, &form);
+  std::size_t pieces;
+  if (delimiter.size() > 1 || delimiter == "\"") {
+    // Quoted lines are cut as their patterns are found, without counting them first: Excel
+    // mode's lines (delimiter ",;.?") are read once each time a row is saved.
+    const std::size_t first = out.size();
+    const std::size_t separator = delimiter.size() + 2;
+    const char* base = line.data();
+    std::size_t start = 0;
+    // Each cut takes a whole separator: room for that many values, as many as a sheet has
+    // columns at most, is made once (the caller's array may start empty).
+    out.reserve(out.size() + std::min<std::size_t>(line.size() / separator + 1, 256));
+    const std::size_t patterns = ForEachPattern(line, delimiter, [&](std::size_t pos) {
+      out.emplace_back(base + start, static_cast<int>(pos - start));
+      start = pos + separator;
+    });
+    if (patterns > 0) {
+      out.emplace_back(base + start, static_cast<int>(line.size() - start));
+      TrimOuterQuotes(out, first);
+      return Form::kQuoted;
+    }
+    const std::size_t delimiters = ForEachDelimiter(line, delimiter, [](std::size_t) {});
+    form = delimiters > 0 ? Form::kPlain : Form::kSingle;
+    pieces = delimiters + 1;
+  } else {
+    pieces = CountValues(line, delimiter, &form);
+  }
   switch (form) {
-    case Form::kQuoted: {
+    case Form::kQuoted: {  // a one-byte delimiter here: the others returned above
       const std::size_t first = out.size();
-      if (delimiter.size() == 1 && delimiter[0] != '"') {
-        CutAt(line, 3, pieces,
-              [&](auto visit) { ForEachPatternOneByte(line, delimiter[0], visit); }, out);
-      } else {
-        CutAt(line, delimiter.size() + 2, pieces,
-              [&](auto visit) { ForEachPattern(line, delimiter, visit); }, out);
-      }
-      // The opening and closing quote are assumed, not checked.
-      std::string& head = out[first].str();
-      if (!head.empty()) head.erase(0, 1);
-      std::string& tail = out.back().str();
-      if (!tail.empty()) tail.pop_back();
+      CutAt(line, 3, pieces,
+            [&](auto visit) { ForEachPatternOneByte(line, delimiter[0], visit); }, out);
+      TrimOuterQuotes(out, first);
       break;
     }
     case Form::kPlain:

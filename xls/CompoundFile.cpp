@@ -286,8 +286,15 @@ std::uint64_t Sectors(std::uint64_t bytes, std::uint64_t unit) { return (bytes +
 
 }  // namespace
 
-Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned sectorShift,
-                         CompoundFileImage* out) {
+namespace {
+
+struct StreamBytes {
+  const std::string& name;
+  ByteSpan bytes;
+};
+
+Status LayOut(const std::vector<StreamBytes>& streams, unsigned sectorShift,
+              CompoundFileImage* out) {
   if (sectorShift != 9 && sectorShift != 12) return Status::InvalidArgument("sector shift");
   const std::uint64_t ss = std::uint64_t{1} << sectorShift;
   const std::uint64_t perSector = ss / 4;
@@ -301,7 +308,7 @@ Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned secto
     if (streams[i].name.empty() || streams[i].name.size() > 31) {
       return Status::InvalidArgument("stream name must have 1 to 31 characters");
     }
-    std::uint64_t size = streams[i].data->size();
+    std::uint64_t size = streams[i].bytes.size;
     if (size >= kCutoff) {
       start[i] = static_cast<std::uint32_t>(next);
       next += Sectors(size, ss);
@@ -339,7 +346,7 @@ Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned secto
   };
   std::vector<std::uint32_t> miniFat(miniFatSectors * perSector, kFree);
   for (std::size_t i = 0; i < streams.size(); ++i) {
-    std::uint64_t size = streams[i].data->size();
+    std::uint64_t size = streams[i].bytes.size;
     if (size >= kCutoff) {
       chain(start[i], Sectors(size, ss));
     } else if (size > 0) {
@@ -382,10 +389,10 @@ Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned secto
   std::uint8_t* t = out->tail.data();
   auto at = [&](std::uint64_t sector) { return t + (sector - containerStart) * ss; };
   for (std::size_t i = 0; i < streams.size(); ++i) {
-    std::uint64_t size = streams[i].data->size();
+    std::uint64_t size = streams[i].bytes.size;
     if (size > 0 && size < kCutoff) {
       std::memcpy(at(containerStart) + std::uint64_t{start[i]} * kMiniSectorSize,
-                  streams[i].data->data(), size);
+                  streams[i].bytes.data, size);
     }
   }
   for (std::size_t i = 0; i < miniFat.size(); ++i) PutU32(at(miniFatStart) + 4 * i, miniFat[i]);
@@ -406,10 +413,10 @@ Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned secto
                                                                      std::size_t hi) {
     if (lo >= hi) return kFree;
     std::size_t mid = lo + (hi - lo) / 2;
-    const NamedStream& s = streams[order[mid]];
+    const StreamBytes& s = streams[order[mid]];
     std::uint32_t left = build(lo, mid), right = build(mid + 1, hi);
     PutEntry(dir + 128 * (mid + 1), s.name, kTypeStream, left, right, kFree, start[order[mid]],
-             s.data->size());
+             s.bytes.size);
     return static_cast<std::uint32_t>(mid + 1);
   };
   std::uint32_t rootChild = build(0, order.size());
@@ -433,12 +440,43 @@ Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned secto
   out->pieces.clear();
   out->pieces.push_back({out->head.data(), out->head.size()});
   for (std::size_t i = 0; i < streams.size(); ++i) {
-    std::uint64_t size = streams[i].data->size();
+    std::uint64_t size = streams[i].bytes.size;
     if (size < kCutoff) continue;
-    out->pieces.push_back({streams[i].data->data(), size});
+    out->pieces.push_back({streams[i].bytes.data, size});
     if (size % ss) out->pieces.push_back({out->padding.data(), ss - size % ss});
   }
   out->pieces.push_back({out->tail.data(), out->tail.size()});
+  return Status::OK();
+}
+
+}  // namespace
+
+Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned sectorShift,
+                         CompoundFileImage* out) {
+  std::vector<StreamBytes> spans;
+  spans.reserve(streams.size());
+  for (const NamedStream& s : streams) spans.push_back({s.name, {s.data->data(), s.data->size()}});
+  return LayOut(spans, sectorShift, out);
+}
+
+Status FinishCompoundFileInPlace(const std::string& name, std::vector<std::uint8_t>* file) {
+  if (file->size() < kCompoundHeaderRoom) return Status::InvalidArgument("no room for a header");
+  const std::size_t size = file->size() - kCompoundHeaderRoom;
+  CompoundFileImage image;
+  if (size < 4096) {
+    // Small streams live in the tail's mini-stream: this path copies, and costs nothing.
+    const std::vector<std::uint8_t> stream(file->begin() + kCompoundHeaderRoom, file->end());
+    Status s = BuildCompoundFile({{name, &stream}}, 9, &image);
+    if (!s.ok()) return s;
+    *file = image.Flatten();
+    return Status::OK();
+  }
+  // The stream already follows the header's room, where the layout puts it (sector 0).
+  Status s = LayOut({{name, {file->data() + kCompoundHeaderRoom, size}}}, 9, &image);
+  if (!s.ok()) return s;
+  std::memcpy(file->data(), image.head.data(), kCompoundHeaderRoom);
+  if (size % 512 != 0) file->resize(file->size() + 512 - size % 512, 0);
+  file->insert(file->end(), image.tail.begin(), image.tail.end());
   return Status::OK();
 }
 

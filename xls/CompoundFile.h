@@ -76,4 +76,12 @@ struct NamedStream {
 Status BuildCompoundFile(const std::vector<NamedStream>& streams, unsigned sectorShift,
                          CompoundFileImage* out);
 
+// The bytes in front of the first stream of a file of 512-byte sectors: its header.
+constexpr std::size_t kCompoundHeaderRoom = 512;
+
+// Makes *file, which holds kCompoundHeaderRoom bytes of room and then one stream's bytes,
+// into the file BuildCompoundFile lays out for that stream alone, with 512-byte sectors.
+// A large stream is not copied: the header goes into the room and the rest after it.
+Status FinishCompoundFileInPlace(const std::string& name, std::vector<std::uint8_t>* file);
+
 }  // namespace xls

@@ -335,9 +335,7 @@ Status ReadSharedStrings(SegmentReader* in, SharedStrings* out) {
   return Status::OK();
 }
 
-namespace {
-
-std::uint64_t Hash(std::string_view s) {
+std::uint64_t SharedStringTable::Hash(std::string_view s) {
   std::uint64_t h = 0xCBF29CE484222325ull ^ s.size();
   std::size_t i = 0;
   for (; i + 8 <= s.size(); i += 8) {
@@ -351,71 +349,90 @@ std::uint64_t Hash(std::string_view s) {
   return h * 0x9E3779B97F4A7C15ull;
 }
 
-}  // namespace
-
 SharedStringTable::SharedStringTable() : slots_(1024, 0) {}
 
-void SharedStringTable::Grow() {
-  std::vector<std::uint32_t> bigger(slots_.size() * 2, 0);
-  std::size_t mask = bigger.size() - 1;
-  for (std::size_t i = 0; i < entries_.size(); ++i) {
-    std::size_t s = entries_[i].hash & mask;
+void SharedStringTable::Prefetch(std::uint64_t hash) const {
+#if defined(__GNUC__)
+  __builtin_prefetch(slots_.data() + ((hash >> 32) & (slots_.size() - 1)));
+#else
+  (void)hash;
+#endif
+}
+
+void SharedStringTable::Reserve(std::size_t strings) {
+  entries_.reserve(strings);
+  if (!TooFull(strings, slots_.size())) return;
+  std::size_t size = slots_.size();
+  while (TooFull(strings, size)) size *= 2;
+  Rehash(size);
+}
+
+void SharedStringTable::Rehash(std::size_t size) {
+  // The slot's upper half is the part of the hash that places it, so no entry is read.
+  std::vector<std::uint64_t> bigger(size, 0);
+  const std::size_t mask = bigger.size() - 1;
+  for (std::uint64_t slot : slots_) {
+    if (slot == 0) continue;
+    std::size_t s = (slot >> 32) & mask;
     while (bigger[s] != 0) s = (s + 1) & mask;
-    bigger[s] = static_cast<std::uint32_t>(i + 1);
+    bigger[s] = slot;
   }
   slots_.swap(bigger);
 }
 
-bool SharedStringTable::Add(std::string_view text, std::uint32_t* index) {
-  std::uint64_t h = Hash(text);
-  std::size_t mask = slots_.size() - 1;
-  std::size_t s = h & mask;
-  while (slots_[s] != 0) {
-    const Entry& e = entries_[slots_[s] - 1];
-    if (e.hash == h && e.text == text) {
-      *index = slots_[s] - 1;
+bool SharedStringTable::Add(std::string_view text, std::uint64_t hash, std::uint32_t* index) {
+  const std::uint64_t tag = hash >> 32;
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t s = tag & mask;
+  for (std::uint64_t slot; (slot = slots_[s]) != 0; s = (s + 1) & mask) {
+    if ((slot >> 32) != tag) continue;
+    const std::uint32_t i = static_cast<std::uint32_t>(slot) - 1;
+    const Entry& e = entries_[i];
+    if (std::string_view(e.data, e.size) == text) {
+      *index = i;
       ++references_;
       return true;
     }
-    s = (s + 1) & mask;
   }
-  Entry e{text, h, encoded_.size(), 0, false};
-  bool ascii = true;
-  for (char c : text) {
-    if (static_cast<unsigned char>(c) >= 0x80) {
-      ascii = false;
-      break;
-    }
-  }
-  if (ascii) {
+  Entry e{text.data(), 0, 0};
+  if (AsciiPrefix(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()) == text.size()) {
     if (text.size() > kMaxCellChars) return false;
     e.cch = static_cast<std::uint32_t>(text.size());
-    encoded_.insert(encoded_.end(), text.begin(), text.end());
+    encodedBytes_ += e.cch;
   } else {
+    // Every UTF-16 unit comes from at most three bytes: longer text cannot fit a cell.
+    if (text.size() > 3 * kMaxCellChars) return false;
     std::vector<std::uint16_t> units;
     Utf8ToUtf16(text, &units);
     if (units.size() > kMaxCellChars) return false;
-    e.cch = static_cast<std::uint32_t>(units.size());
-    e.wide = std::any_of(units.begin(), units.end(), [](std::uint16_t u) { return u > 0xFF; });
-    for (std::uint16_t u : units) {
-      encoded_.push_back(static_cast<std::uint8_t>(u));
-      if (e.wide) encoded_.push_back(static_cast<std::uint8_t>(u >> 8));
-    }
+    const bool wide =
+        std::any_of(units.begin(), units.end(), [](std::uint16_t u) { return u > 0xFF; });
+    e.cch = static_cast<std::uint32_t>(units.size()) | (wide ? kWide : 0);
+    encodedBytes_ += units.size() * (wide ? 2 : 1);
   }
+  e.size = static_cast<std::uint32_t>(text.size());
   entries_.push_back(e);
-  slots_[s] = static_cast<std::uint32_t>(entries_.size());
+  slots_[s] = (tag << 32) | entries_.size();
   *index = static_cast<std::uint32_t>(entries_.size() - 1);
   ++references_;
-  if (entries_.size() * 2 > slots_.size()) Grow();
+  if (TooFull(entries_.size(), slots_.size())) Rehash(slots_.size() * 2);
   return true;
 }
 
-void SharedStringTable::Write(std::vector<std::uint8_t>* out) const {
+std::size_t SharedStringTable::WrittenSizeBound() const {
+  // The characters and a 3-byte header each; per record of at least kMaxRecordData - 8
+  // bytes its own header and the flag byte a split string repeats; the counts; EXTSST.
+  const std::size_t body = encodedBytes_ + 3 * entries_.size();
+  return body + (body / (kMaxRecordData - 8) + 2) * 5 + 8 + 4 + 2 + 8 * 129;
+}
+
+void SharedStringTable::Write(std::size_t base, std::vector<std::uint8_t>* out) const {
   RecordWriter w(out);
   const std::size_t n = entries_.size();
   // EXTSST: one bucket per dsst strings, at most 128 buckets, dsst at least 8.
   const std::size_t dsst = std::max<std::size_t>(8, n / 128 + 1);
   std::vector<std::pair<std::uint32_t, std::uint16_t>> buckets;
+  out->reserve(out->size() + WrittenSizeBound());
 
   std::size_t recordStart = out->size();
   w.Begin(rec::kSst);
@@ -427,22 +444,35 @@ void SharedStringTable::Write(std::vector<std::uint8_t>* out) const {
     recordStart = out->size();
     w.Begin(rec::kContinue);
   };
+  std::vector<std::uint16_t> units;
+  std::vector<std::uint8_t> encoded;
   for (std::size_t i = 0; i < n; ++i) {
     const Entry& e = entries_[i];
-    const std::size_t unit = e.wide ? 2 : 1;
+    const bool wide = (e.cch & kWide) != 0;
+    const std::size_t cch = e.cch & ~kWide;
+    const std::size_t unit = wide ? 2 : 1;
+    const std::uint8_t* src = reinterpret_cast<const std::uint8_t*>(e.data);
+    if (wide || e.size != cch) {  // not ASCII: encoded again, as Add measured it
+      Utf8ToUtf16(std::string_view(e.data, e.size), &units);
+      encoded.clear();
+      for (std::uint16_t u : units) {
+        encoded.push_back(static_cast<std::uint8_t>(u));
+        if (wide) encoded.push_back(static_cast<std::uint8_t>(u >> 8));
+      }
+      src = encoded.data();
+    }
     if (left() < 3 + unit) newContinue();
     if (i % dsst == 0) {
-      buckets.emplace_back(static_cast<std::uint32_t>(out->size()),
+      buckets.emplace_back(static_cast<std::uint32_t>(out->size() - base),
                            static_cast<std::uint16_t>(out->size() - recordStart));
     }
-    w.U16(static_cast<std::uint16_t>(e.cch));
-    w.U8(e.wide ? 1 : 0);
-    std::size_t remainingUnits = e.cch;
-    const std::uint8_t* src = encoded_.data() + e.offset;
+    w.U16(static_cast<std::uint16_t>(cch));
+    w.U8(wide ? 1 : 0);
+    std::size_t remainingUnits = cch;
     while (remainingUnits > 0) {
       if (left() < unit) {
         newContinue();
-        w.U8(e.wide ? 1 : 0);
+        w.U8(wide ? 1 : 0);
       }
       std::size_t take = std::min(remainingUnits, left() / unit);
       w.Bytes(src, take * unit);

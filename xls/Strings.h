@@ -88,29 +88,48 @@ class SharedStrings {
 // Reads an SST record body (with its CONTINUE segments) into *out, which is replaced.
 Status ReadSharedStrings(SegmentReader* in, SharedStrings* out);
 
-// Collects unique cell strings for writing; each is encoded once, when first added.
+// Collects unique cell strings for writing, in the order first added; each keeps its index.
+// A full sheet adds a million strings, so the table holds a view of each (no copy) and a
+// 16-byte entry, and the characters are encoded only by Write. Lookups take one hash slot
+// each, the slot holding part of the hash, so a miss never touches the entries; callers that
+// add many strings at once hash them first and Prefetch their slots.
 class SharedStringTable {
  public:
   SharedStringTable();
+  // Makes room for this many distinct strings without growing again.
+  void Reserve(std::size_t strings);
+  static std::uint64_t Hash(std::string_view s);
+  // Starts loading the slot a string of this hash is looked up in.
+  void Prefetch(std::uint64_t hash) const;
   // Index of the string in the table. False when it has more than 32,767 characters.
   // The view must stay valid until Write (the writer adds views into the model).
-  bool Add(std::string_view s, std::uint32_t* index);
+  // REQUIRES: hash == Hash(s) for the three-argument form.
+  bool Add(std::string_view s, std::uint32_t* index) { return Add(s, Hash(s), index); }
+  bool Add(std::string_view s, std::uint64_t hash, std::uint32_t* index);
   std::size_t size() const { return entries_.size(); }
-  // Appends SST, CONTINUE and EXTSST records; out's size is taken as the stream offset.
-  void Write(std::vector<std::uint8_t>* out) const;
+  // Appends SST, CONTINUE and EXTSST records. out already holds the stream's bytes so far,
+  // after base bytes that precede the stream: out's size less base is the stream offset.
+  void Write(std::size_t base, std::vector<std::uint8_t>* out) const;
+  // At least as many bytes as Write appends.
+  std::size_t WrittenSizeBound() const;
 
  private:
   struct Entry {
-    std::string_view text;
-    std::uint64_t hash;
-    std::size_t offset;  // into encoded_
-    std::uint32_t cch;
-    bool wide;
+    const char* data;
+    std::uint32_t size;  // bytes of UTF-8; at most 3 per character, so 32 bits hold it
+    std::uint32_t cch;   // characters as stored (UTF-16 code units)
   };
-  void Grow();
+  static constexpr std::uint32_t kWide = 0x80000000u;  // in cch: stored as UTF-16LE
+  // Past three quarters full the table grows: the hash bits kept in each slot make a
+  // longer probe cheap, and a smaller table means less memory to fault in and miss on.
+  static bool TooFull(std::size_t entries, std::size_t slots) { return entries * 4 > slots * 3; }
+  // REQUIRES: size is a power of two and !TooFull(entries, size).
+  void Rehash(std::size_t size);
   std::vector<Entry> entries_;
-  std::vector<std::uint32_t> slots_;  // open addressing: entry index + 1, 0 when free
-  std::vector<std::uint8_t> encoded_;
+  // Open addressing: the hash's upper 32 bits (which also choose the slot) above the entry
+  // index + 1; 0 when free.
+  std::vector<std::uint64_t> slots_;
+  std::size_t encodedBytes_ = 0;  // the characters as Write stores them
   std::uint32_t references_ = 0;
 };
 

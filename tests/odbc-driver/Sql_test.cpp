@@ -188,27 +188,38 @@ TEST(SqlTest, CanonicalNumbers) {
   struct Case {
     const char* text;
     bool number;
-  } cases[] = {{"10", true},
-               {"-2.5", true},
-               {"0.1", true},
-               {"0", true},
-               {"007", false},
-               {"1.50", false},
-               {"1e3", false},
-               {"+1", false},
-               {"1.", false},
-               {"abc", false},
-               {"", false},
-               {"-0", false},
-               {"1e+20", true},
-               {"12345678901234567", false},
+    double value;
+  } cases[] = {{"10", true, 10},
+               {"-2.5", true, -2.5},
+               {"0.1", true, 0.1},
+               {"0", true, 0},
+               {"007", false, 0},
+               {"-007", false, 0},
+               {"00", false, 0},
+               {"-", false, 0},
+               {"1.50", false, 0},
+               {"1e3", false, 0},
+               {"+1", false, 0},
+               {"1.", false, 0},
+               {"abc", false, 0},
+               {"", false, 0},
+               {"-0", false, 0},
+               {"1e+20", true, 1e20},
+               // Whole numbers either side of 15 digits, and past 2^53 where a double rounds.
+               {"-123456789012345", true, -123456789012345.0},
+               {"1234567890123456", true, 1234567890123456.0},
+               {"9007199254740993", false, 0},
+               {"12345678901234567", false, 0},
                // A cell holds finite numbers only: these stay text.
-               {"NaN", false},
-               {"Infinity", false},
-               {"-Infinity", false}};
+               {"NaN", false, 0},
+               {"Infinity", false, 0},
+               {"-Infinity", false, 0}};
   for (const Case& c : cases) {
-    double d;
+    double d = -1;
     EXPECT_EQ(IsCanonicalNumber(c.text, &d), c.number) << c.text;
+    if (c.number) {
+      EXPECT_EQ(d, c.value) << c.text;
+    }
   }
 }
 

@@ -13,7 +13,8 @@ std::vector<std::string> ReferenceSplit(const std::string& line, const std::stri
   auto cut = [&](const std::string& sep) {
     std::vector<std::string> out;
     std::size_t start = 0;
-    for (std::size_t pos; (pos = line.find(sep, start)) != std::string::npos; start = pos + sep.size())
+    for (std::size_t pos; (pos = line.find(sep, start)) != std::string::npos;
+         start = pos + sep.size())
       out.push_back(line.substr(start, pos - start));
     out.push_back(line.substr(start));
     return out;
@@ -86,6 +87,12 @@ TEST(RowLineTest, SplitsInTheThreeForms) {
   }
 }
 
+rowline::Form ReferenceForm(const std::string& line, const std::string& d) {
+  if (!d.empty() && line.find("\"" + d + "\"") != std::string::npos) return rowline::Form::kQuoted;
+  if (!d.empty() && line.find(d) != std::string::npos) return rowline::Form::kPlain;
+  return rowline::Form::kSingle;
+}
+
 TEST(RowLineTest, AgreesWithPlainSubstringSearchOnHostileLines) {
   // Delimiters that hold quotes or repeat themselves make matches overlap; the fast
   // scanner must pick the same cuts as a left-to-right substring search.
@@ -97,17 +104,13 @@ TEST(RowLineTest, AgreesWithPlainSubstringSearchOnHostileLines) {
       std::string line(rng() % 14, ' ');
       for (char& c : line) c = alphabet[rng() % sizeof alphabet];
       rowline::Form form;
-      ASSERT_EQ(SplitToStrings(line, d, &form), ReferenceSplit(line, d)) << "[" << line << "] by [" << d << "]";
+      ASSERT_EQ(SplitToStrings(line, d, &form), ReferenceSplit(line, d))
+          << "[" << line << "] by [" << d << "]";
+      ASSERT_EQ(form, ReferenceForm(line, d)) << "[" << line << "] by [" << d << "]";
       rowline::Form counted;
       ASSERT_EQ(rowline::CountValues(line, d, &counted), ReferenceSplit(line, d).size()) << line;
     }
   }
-}
-
-rowline::Form ReferenceForm(const std::string& line, const std::string& d) {
-  if (!d.empty() && line.find("\"" + d + "\"") != std::string::npos) return rowline::Form::kQuoted;
-  if (!d.empty() && line.find(d) != std::string::npos) return rowline::Form::kPlain;
-  return rowline::Form::kSingle;
 }
 
 TEST(RowLineTest, CountsLongLinesLikeTheSubstringSearch) {

@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 
 #include "tests/support/TempDir.h"
 #include "tests/xls/XlrdCells.h"
@@ -173,6 +175,92 @@ TEST(XlsStrings, SegmentStringsOfEachShape) {
                                            "hi", "", "en", "abcd", "z"}));
   std::string more;
   EXPECT_FALSE(in.String(false, &more));
+}
+
+// Each distinct string gets the next index and keeps it, also across the table's growth
+// and a Reserve that re-places every entry; the SST counts every reference.
+TEST(XlsStrings, SharedStringIndicesAndCounts) {
+  SharedStringTable table;
+  const std::vector<std::string> added = {
+      "a", "b", "a", "\u00e9t\u00e9", "", "\u00e9t\u00e9", "\xff\xfe", "\U0001F600", "b"};
+  std::vector<std::uint32_t> indices;
+  for (const std::string& s : added) {
+    std::uint32_t i = 99;
+    ASSERT_TRUE(table.Add(s, &i)) << s;
+    indices.push_back(i);
+  }
+  EXPECT_EQ(indices, (std::vector<std::uint32_t>{0, 1, 0, 2, 3, 2, 4, 5, 1}));
+  std::vector<std::string> many;
+  for (int i = 0; i < 5000; ++i) many.push_back("s" + std::to_string(i));
+  for (std::size_t i = 0; i < many.size(); ++i) {
+    std::uint32_t index = 0;
+    ASSERT_TRUE(table.Add(many[i], &index));
+    ASSERT_EQ(index, 6 + i);
+    if (i == 2500) table.Reserve(100000);
+  }
+  for (std::size_t i = 0; i < added.size(); ++i) {
+    std::uint32_t index = 99;
+    ASSERT_TRUE(table.Add(added[i], &index));
+    EXPECT_EQ(index, indices[i]) << i;
+  }
+
+  std::vector<std::uint8_t> out;
+  table.Write(0, &out);
+  ASSERT_EQ(GetU16(out.data()), rec::kSst);
+  EXPECT_EQ(GetU32(out.data() + 4), 2 * added.size() + many.size());  // references
+  EXPECT_EQ(GetU32(out.data() + 8), 6 + many.size());                 // distinct strings
+  SegmentReader in;
+  for (std::size_t at = 0; GetU16(out.data() + at) != rec::kExtSst;) {
+    const std::size_t length = GetU16(out.data() + at + 2);
+    in.Add(out.data() + at + 4, length);
+    at += 4 + length;
+  }
+  SharedStrings back;
+  ASSERT_TRUE(ReadSharedStrings(&in, &back).ok());
+  ASSERT_EQ(back.size(), 6 + many.size());
+  const std::vector<std::string> stored = {"a",         "b", "\u00e9t\u00e9", "", "\ufffd\ufffd",
+                                           "\U0001F600"};
+  for (std::size_t i = 0; i < stored.size(); ++i) EXPECT_EQ(back.at(i), stored[i]) << i;
+  EXPECT_EQ(back.at(6 + 4999), "s4999");
+}
+
+// The file made in memory (the stream built after room for the header) is byte for byte
+// the one written to disk (the stream apart, then laid out): stream offsets inside it,
+// such as EXTSST's, do not count the header.
+TEST(XlsWriter, InMemoryFileIsTheFileWrittenToDisk) {
+  TempDir dir;
+  Workbook big = Sample();
+  for (int r = 0; r < 2000; ++r)
+    big.sheets()[0].set(10 + r, 3, Cell::Text("row " + std::to_string(r)));
+  Workbook tiny;
+  tiny.addSheet("T").set(0, 0, Cell::Text("x"));
+  for (const Workbook* wb : {&tiny, &big}) {
+    std::vector<std::uint8_t> bytes;
+    ASSERT_TRUE(WriteWorkbookToMemory(*wb, &bytes).ok());
+    const std::string path = dir.file("book.xls");
+    ASSERT_TRUE(WriteWorkbook(path, *wb).ok());
+    std::ifstream in(path, std::ios::binary);
+    const std::vector<std::uint8_t> disk((std::istreambuf_iterator<char>(in)),
+                                         std::istreambuf_iterator<char>());
+    EXPECT_EQ(bytes, disk) << wb->sheets()[0].name();
+  }
+}
+
+// A stream written after kCompoundHeaderRoom bytes and finished in place gives the file
+// BuildCompoundFile lays out for it: at the mini-stream cutoff, on and off a sector's end,
+// and past the 109 FAT sectors the header lists.
+TEST(XlsWriter, CompoundFileFinishedInPlace) {
+  for (std::size_t size : {std::size_t{1}, std::size_t{4095}, std::size_t{4096}, std::size_t{4097},
+                           std::size_t{5120}, std::size_t{7000001}}) {
+    std::vector<std::uint8_t> stream(size);
+    for (std::size_t i = 0; i < size; ++i) stream[i] = static_cast<std::uint8_t>(i * 7 + i / 251);
+    CompoundFileImage image;
+    ASSERT_TRUE(BuildCompoundFile({{"Workbook", &stream}}, 9, &image).ok());
+    std::vector<std::uint8_t> file(kCompoundHeaderRoom, 0xAA);
+    file.insert(file.end(), stream.begin(), stream.end());
+    ASSERT_TRUE(FinishCompoundFileInPlace("Workbook", &file).ok());
+    EXPECT_TRUE(file == image.Flatten()) << size;
+  }
 }
 
 TEST(XlsRoundTrip, ManyStringsCrossContinueRecordsAndBigFilesUseDifat) {
