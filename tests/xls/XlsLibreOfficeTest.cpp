@@ -2,40 +2,24 @@
 // a flat ODS document this test writes, our reader must get every value; and it converts our
 // writer's workbook to CSV, which must hold what we wrote. Each test starts soffice once.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/TempDir.h"
+#include "tests/xls/PeerTools.h"
 #include "xls/Xls.h"
 
 namespace xls {
 namespace {
 
-namespace fs = std::filesystem;
-
 using testing_support::TempDir;
 
-// Runs soffice with a private HOME and profile inside `dir`, so no running instance or
-// user profile takes part. Returns the exit status.
-int Soffice(const TempDir& dir, const std::string& args) {
-  const std::string command = "HOME='" + dir.path() + "' soffice -env:UserInstallation=file://" +
-                              dir.path() + "/profile --headless " + args + " > /dev/null 2>&1";
-  return std::system(command.c_str());
-}
-
-std::string ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+using testing_support::ReadFile;
+using xls_test::Soffice;
 
 std::string Cells(const std::vector<std::string>& cells) {
   std::string row = "<table:table-row>";
@@ -216,12 +200,12 @@ TEST(XlsLibreOffice, ConvertsOurWorkbookToTheExpectedCsv) {
   ASSERT_EQ(Soffice(dir, std::string("--convert-to ") + kCsvEverySheet + " --outdir '" +
                              dir.path() + "' '" + dir.file("ours.xls") + "'"),
             0);
-  EXPECT_EQ(ReadText(dir.file("ours-Data.csv")),
+  EXPECT_EQ(ReadFile(dir.file("ours-Data.csv")),
             "Name,Amount,When\n"
             "\"Zoë, \"\"quoted\"\" €\",12.5,2023-03-15\n"
             "日本語 and 😀,-3,\n"
             "1,#DIV/0!,\n");  // a boolean in a General cell shows as 1, as xlwt's do
-  EXPECT_EQ(ReadText(dir.file("ours-Many strings.csv")), expectedMany);
+  EXPECT_EQ(ReadFile(dir.file("ours-Many strings.csv")), expectedMany);
 }
 
 }  // namespace

@@ -1,23 +1,17 @@
 // Round trips through our writer and reader, and our files as python3-xlrd sees them.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 
 #include "tests/support/TempDir.h"
-#include "tests/xls/XlrdCells.h"
+#include "tests/xls/PeerTools.h"
 #include "xls/CompoundFile.h"
 #include "xls/Strings.h"
 #include "xls/Xls.h"
 
 namespace xls {
 namespace {
-
-namespace fs = std::filesystem;
 
 using testing_support::TempDir;
 
@@ -222,25 +216,12 @@ TEST(XlsRoundTrip, RejectsWhatAFileCannotHold) {
   }
 }
 
-std::string RunCommand(const std::string& cmd) {
-  std::string out;
-  FILE* f = ::popen(cmd.c_str(), "r");
-  if (f == nullptr) return out;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-  ::pclose(f);
-  return out;
-}
-
 TEST(XlsInterop, XlrdReadsValuesAndFormatting) {
-  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
-  ASSERT_NE(src, nullptr);
   TempDir dir;
   const std::string path = dir.file("ours.xls");
   ASSERT_TRUE(WriteWorkbook(path, Sample()).ok());
-  std::string out = RunCommand("/usr/bin/python3 " + std::string(src) + "/tests/xls/xlrd_dump.py " +
-                               path + " 2>&1");
+  std::string out = xls_test::Shell("/usr/bin/python3 " + xls_test::SourceDir() +
+                                    "/tests/xls/xlrd_dump.py " + path + " 2>&1");
   const char* expected =
       "sheet Data\n"
       "0 0 text 'Name' bold=1 valign=0 halign=2 bottom=5\n"
@@ -261,11 +242,10 @@ TEST(XlsInterop, XlrdReadsValuesAndFormatting) {
 }
 
 TEST(XlsInterop, ReadsWhatXlwtWrites) {
-  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
-  ASSERT_NE(src, nullptr);
   TempDir dir;
   const std::string path = dir.file("xlwt.xls");
-  RunCommand("/usr/bin/python3 " + std::string(src) + "/tests/xls/make_xlwt_fixture.py " + path);
+  xls_test::Shell("/usr/bin/python3 " + xls_test::SourceDir() + "/tests/xls/make_xlwt_fixture.py " +
+                  path);
   Workbook wb;
   Status s = ReadWorkbook(path, &wb);
   ASSERT_TRUE(s.ok()) << s.ToString();

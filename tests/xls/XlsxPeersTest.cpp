@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/TempDir.h"
+#include "tests/xls/PeerTools.h"
 #include "xls/Xls.h"
 
 namespace xls {
@@ -20,22 +21,10 @@ namespace {
 
 using testing_support::TempDir;
 
-// The command's standard output; *status gets its exit status.
-std::string RunCommand(const std::string& command, int* status = nullptr) {
-  std::string out;
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return out;
-  char buf[4096];
-  for (std::size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
-  int rc = pclose(pipe);
-  if (status != nullptr) *status = rc;
-  return out;
-}
+using xls_test::Shell;
+using xls_test::Soffice;
 
-std::string Source(const std::string& file) {
-  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
-  return std::string(src != nullptr ? src : ".") + "/tests/xls/" + file;
-}
+std::string Source(const std::string& file) { return xls_test::SourceDir() + "/tests/xls/" + file; }
 
 // A peer's dump: "SHEET!REF" -> the tab-separated fields after it.
 std::map<std::string, std::vector<std::string>> ParseDump(const std::string& text) {
@@ -91,7 +80,7 @@ TEST(XlsxOpenpyxl, ReadsWhatOpenpyxlWrote) {
   TempDir dir;
   const std::string path = dir.file("openpyxl.xlsx");
   int status = 0;
-  RunCommand("/usr/bin/python3 " + Source("xlsx_openpyxl.py") + " write " + path, &status);
+  Shell("/usr/bin/python3 " + Source("xlsx_openpyxl.py") + " write " + path, &status);
   ASSERT_EQ(status, 0) << "python3-openpyxl is needed (scripts/packages/xls.txt)";
   Workbook wb;
   Status st = ReadWorkbook(path, &wb);
@@ -134,8 +123,8 @@ TEST(XlsxOpenpyxl, OpensOursWithValuesAndStyles) {
   const std::string path = dir.file("ours.xlsx");
   ASSERT_TRUE(WriteWorkbook(path, Ours()).ok());
   int status = 0;
-  auto cells = ParseDump(
-      RunCommand("/usr/bin/python3 " + Source("xlsx_openpyxl.py") + " dump " + path, &status));
+  auto cells =
+      ParseDump(Shell("/usr/bin/python3 " + Source("xlsx_openpyxl.py") + " dump " + path, &status));
   ASSERT_EQ(status, 0);
   // type, value, bold, number format, as openpyxl reports them
   const std::map<std::string, Fields> expected = {
@@ -161,9 +150,9 @@ std::string SheetJsModules() {
   const std::string prefix = XLSX_NPM_PREFIX;
   const std::string modules = prefix + "/node_modules";
   int status = 0;
-  RunCommand("test -f " + modules + "/xlsx/package.json", &status);
+  Shell("test -f " + modules + "/xlsx/package.json", &status);
   if (status == 0) return modules;
-  RunCommand(
+  Shell(
       "command -v node >/dev/null && command -v npm >/dev/null && npm install --no-audit "
       "--no-fund --prefix '" +
           prefix + "' xlsx > '" + prefix + ".log' 2>&1",
@@ -179,7 +168,7 @@ TEST(XlsxSheetJs, BothWays) {
   const std::string theirs = dir.file("sheetjs.xlsx");
   const std::string script = "node " + Source("xlsx_sheetjs.js") + " " + modules;
   int status = 0;
-  RunCommand(script + " write " + theirs, &status);
+  Shell(script + " write " + theirs, &status);
   ASSERT_EQ(status, 0);
   Workbook wb;
   Status st = ReadWorkbook(theirs, &wb);
@@ -201,7 +190,7 @@ TEST(XlsxSheetJs, BothWays) {
 
   const std::string ours = dir.file("ours.xlsx");
   ASSERT_TRUE(WriteWorkbook(ours, Ours()).ok());
-  auto cells = ParseDump(RunCommand(script + " dump " + ours, &status));
+  auto cells = ParseDump(Shell(script + " dump " + ours, &status));
   ASSERT_EQ(status, 0);
   // type, value, number format, as SheetJS reports them (dates as serial numbers)
   const std::map<std::string, Fields> expected = {
@@ -227,7 +216,7 @@ TEST(XlsxLibxlsxwriter, ReadsWhatItWroteInBothModes) {
     TempDir dir;
     const std::string path = dir.file("lxw.xlsx");
     int status = 0;
-    RunCommand(std::string(XLSXWRITER_FIXTURE) + " " + path + " " + mode, &status);
+    Shell(std::string(XLSXWRITER_FIXTURE) + " " + path + " " + mode, &status);
     ASSERT_EQ(status, 0) << mode;
     Workbook wb;
     Status st = ReadWorkbook(path, &wb);
@@ -252,15 +241,6 @@ TEST(XlsxLibxlsxwriter, ReadsWhatItWroteInBothModes) {
     EXPECT_NEAR(s.columnWidth(0), 18.71 * 256, 256) << mode;  // 18 characters and padding
     EXPECT_EQ(wb.sheets()[1].at(0, 0).number, 7) << mode;
   }
-}
-
-int Soffice(const TempDir& dir, const std::string& args) {
-  int status = 0;
-  RunCommand("cd '" + dir.path() + "' && HOME='" + dir.path() +
-                 "' soffice -env:UserInstallation=file://" + dir.path() + "/profile --headless " +
-                 args + " > /dev/null 2>&1",
-             &status);
-  return status;
 }
 
 TEST(XlsxLibreOffice, BothWays) {
