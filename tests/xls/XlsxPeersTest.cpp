@@ -221,25 +221,21 @@ TEST(XlsxLibxlsxwriter, ReadsWhatItWroteInBothModes) {
     Workbook wb;
     Status st = ReadWorkbook(path, &wb);
     ASSERT_TRUE(st.ok()) << mode << ": " << st.ToString();
+    EXPECT_EQ(xls_test::Dump(wb),
+              "sheet Lxw\n0 0 text head\n0 1 number 2.5\n0 2 date 45351.25\n0 3 bool 1\n"
+              "0 4 number 5\n"  // the formula's cached result
+              "0 5 text ünï & <x>\n1 1 number -7\nsheet Second\n0 0 number 7\n")
+        << mode;
     ASSERT_EQ(wb.sheets().size(), 2u) << mode;
     const Sheet& s = wb.sheets()[0];
-    EXPECT_EQ(s.at(0, 0).text, "head") << mode;
     EXPECT_TRUE(wb.styles()[s.at(0, 0).style].bold) << mode;
-    EXPECT_EQ(s.at(0, 1).number, 2.5) << mode;
     EXPECT_EQ(wb.styles()[s.at(0, 1).style].numberFormat, "0.00") << mode;
-    EXPECT_EQ(s.at(0, 2).type, CellType::kDateTime) << mode;
-    EXPECT_EQ(s.at(0, 2).number, 45351.25) << mode;
     EXPECT_EQ(wb.styles()[s.at(0, 2).style].numberFormat, "yyyy-mm-dd hh:mm") << mode;
-    EXPECT_EQ(s.at(0, 3).type, CellType::kBoolean) << mode;
-    EXPECT_EQ(s.at(0, 4).number, 5) << mode;  // the formula's cached result
-    EXPECT_EQ(s.at(0, 5).text, "ünï & <x>") << mode;
     const Style& boxed = wb.styles()[s.at(1, 1).style];
-    EXPECT_EQ(s.at(1, 1).number, -7) << mode;
     EXPECT_EQ(boxed.horizontal, HAlign::kCenter) << mode;
     EXPECT_EQ(boxed.left, Border::kThin) << mode;
     EXPECT_EQ(boxed.bottom, Border::kThin) << mode;
     EXPECT_NEAR(s.columnWidth(0), 18.71 * 256, 256) << mode;  // 18 characters and padding
-    EXPECT_EQ(wb.sheets()[1].at(0, 0).number, 7) << mode;
   }
 }
 
