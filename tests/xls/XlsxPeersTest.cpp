@@ -173,20 +173,15 @@ TEST(XlsxSheetJs, BothWays) {
   Workbook wb;
   Status st = ReadWorkbook(theirs, &wb);
   ASSERT_TRUE(st.ok()) << st.ToString();
-  ASSERT_EQ(wb.sheets().size(), 2u);
-  const Sheet& s = wb.sheets()[0];
-  EXPECT_EQ(s.name(), "Tabelle");
-  EXPECT_EQ(s.at(0, 2).text, "day");
-  EXPECT_EQ(s.at(1, 0).text, "Ünïcode ☃");
-  EXPECT_EQ(s.at(1, 1).number, 12.75);
+  EXPECT_EQ(
+      xls_test::Dump(wb),
+      "sheet Tabelle\n0 0 text label\n0 1 text amount\n0 2 text day\n1 0 text Ünïcode ☃\n"
+      "1 1 number 12.75\n1 2 date 44381\n"  // 2021-07-04
+      "2 0 text negative\n2 1 number -3\n2 2 bool 1\nsheet Zwei\n0 0 number 1\n1 0 number 2\n");
+  const Sheet& s = wb.sheets().at(0);
   EXPECT_EQ(wb.styles()[s.at(1, 1).style].numberFormat, "#,##0.00");
-  EXPECT_EQ(s.at(1, 2).type, CellType::kDateTime);
-  EXPECT_EQ(s.at(1, 2).number, 44381);  // 2021-07-04
-  EXPECT_EQ(s.at(2, 1).number, -3);
-  EXPECT_EQ(s.at(2, 2).type, CellType::kBoolean);
   EXPECT_GE(s.columnWidth(0), 30 * 256);
   EXPECT_LE(s.columnWidth(0), 32 * 256);
-  EXPECT_EQ(wb.sheets()[1].at(1, 0).number, 2);
 
   const std::string ours = dir.file("ours.xlsx");
   ASSERT_TRUE(WriteWorkbook(ours, Ours()).ok());
