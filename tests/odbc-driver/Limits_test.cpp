@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "OdbcTestSupport.h"
+#include "tests/support/TempDir.h"
 #include "xls/Xls.h"
 
 namespace xlsodbc::test {
@@ -114,12 +114,12 @@ TEST(LimitsTest, AJournalHoldingTooLongTextNoLongerLocksTheWorkbookOut) {
   xls::Sheet& s = wb.addSheet("T");
   s.set(0, 0, xls::Cell::Text("k"));
   ASSERT_TRUE(xls::WriteWorkbook(book, wb).ok());
-  std::ifstream in(book, std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(in)), {});
-  std::ofstream(book + "-journal", std::ios::binary)
-      << JournalFor(bytes, {"INSERT INTO [T] VALUES (before)",
-                            "INSERT INTO [T] VALUES ('" + std::string(40000, 'x') + "')",
-                            "INSERT INTO [T] VALUES (after)"});
+  testing_support::WriteFile(
+      book + "-journal",
+      JournalFor(testing_support::ReadFile(book),
+                 {"INSERT INTO [T] VALUES (before)",
+                  "INSERT INTO [T] VALUES ('" + std::string(40000, 'x') + "')",
+                  "INSERT INTO [T] VALUES (after)"}));
   {
     Connection c;
     Diag opened = c.Open(LibraryConnectionString(book));

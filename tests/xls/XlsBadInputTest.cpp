@@ -46,11 +46,6 @@ TEST(XlsBadInput, EachFaultGivesAClearError) {
       {"no BOF", [](auto& b) { PutU16(b.data() + kStream, 0x1234); }, Status::Code::kCorruption, "BOF"},
       {"unknown BIFF version", [](auto& b) { PutU16(b.data() + kStream + 4, 0x0700); },
        Status::Code::kUnsupported, "BIFF version 0x0700"},
-      {"encrypted", [](auto& b) {
-         // The CODEPAGE record after the BOF becomes a FILEPASS record.
-         const std::size_t second = kStream + 4 + GetU16(b.data() + kStream + 2);
-         PutU16(b.data() + second, 0x002F);
-       }, Status::Code::kUnsupported, "FILEPASS names encryption type"},
       {"cell record too short", [](auto& b) {
          for (std::size_t i = kStream; i + 4 < b.size(); ++i) {
            if (GetU16(b.data() + i) == rec::kLabelSst && GetU16(b.data() + i + 2) == 10) {

@@ -6,14 +6,12 @@
 #include <nettle/md5.h>
 #include <nettle/sha1.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "tests/support/TempDir.h"
+#include "tests/xls/PeerTools.h"
 #include "xls/CompoundFile.h"
 #include "xls/Encryption.h"
 #include "xls/Records.h"
@@ -24,6 +22,10 @@ namespace {
 
 using testing_support::TempDir;
 using testing_support::WriteFile;
+using xls_test::Dump;
+using xls_test::Shell;
+using xls_test::SourceDir;
+using xls_test::XlrdCells;
 
 std::vector<std::uint8_t> Hex(const char* hex) {
   std::vector<std::uint8_t> out;
@@ -384,43 +386,12 @@ TEST(XlsEncryption, MalformedFilePassGivesAClearError) {
 
 // ---- LibreOffice as the independent writer.
 
-std::string RunCommand(const std::string& cmd) {
-  std::string out;
-  FILE* f = ::popen(cmd.c_str(), "r");
-  if (f == nullptr) return out;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-  ::pclose(f);
-  return out;
-}
-
 std::vector<std::uint8_t> ReadBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in),
-                                   std::istreambuf_iterator<char>());
-}
-
-// Row, column, and the value of every cell of the first sheet, numbers as %.17g.
-std::string DumpFirstSheet(const Workbook& wb) {
-  std::string out;
-  const Sheet& sheet = wb.sheets().at(0);
-  for (int r = 0; r < sheet.usedRows(); ++r) {
-    for (int c = 0; c < sheet.usedColumns(); ++c) {
-      const Cell& cell = sheet.at(r, c);
-      if (cell.isEmpty()) continue;
-      char number[32];
-      std::snprintf(number, sizeof number, "%.17g", cell.number);
-      out += std::to_string(r) + " " + std::to_string(c) + " " +
-             (cell.type == CellType::kText ? cell.text.str() : number) + "\n";
-    }
-  }
-  return out;
+  const std::string bytes = testing_support::ReadFile(path);
+  return {bytes.begin(), bytes.end()};
 }
 
 TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbooks) {
-  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
-  ASSERT_NE(src, nullptr);
   TempDir dir;
   // Enough rows that the records span several RC4 blocks.
   std::string csv = "name,amount\n";
@@ -432,11 +403,10 @@ TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbooks) {
   // One workbook with a password, one with Excel's default password (what Excel writes
   // for a workbook protected against editing only) and one without any.
   const std::string password = "Tr0ub4dor&3";
-  RunCommand("HOME='" + dir.path() + "' /usr/bin/python3 " + src +
-             "/tests/xls/make_encrypted_fixture.py " + dir.file("profile") + " " +
-             dir.file("in.csv") + " " + dir.file("protected.xls") + " '" + password + "' " +
-             dir.file("default.xls") + " " + kDefaultPassword + " " + dir.file("plain.xls") +
-             " '' 2>&1");
+  Shell("HOME='" + dir.path() + "' /usr/bin/python3 " + SourceDir() +
+        "/tests/xls/make_encrypted_fixture.py " + dir.file("profile") + " " + dir.file("in.csv") +
+        " " + dir.file("protected.xls") + " '" + password + "' " + dir.file("default.xls") + " " +
+        kDefaultPassword + " " + dir.file("plain.xls") + " '' 2>&1");
   const std::vector<std::uint8_t> file = ReadBytes(dir.file("protected.xls"));
   ASSERT_FALSE(file.empty()) << "LibreOffice wrote no workbook";
 
@@ -463,23 +433,15 @@ TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbooks) {
     ASSERT_EQ(sheet.at(r, 1).number, r + 0.5) << "row " << r;
   }
   // xlrd cannot decrypt: it reads the unprotected copy, which must hold the same cells.
-  const std::string xlrd = RunCommand(
-      "/usr/bin/python3 -c \"import sys, xlrd\n"
-      "s = xlrd.open_workbook(sys.argv[1]).sheet_by_index(0)\n"
-      "for r in range(s.nrows):\n"
-      "  for c in range(s.ncols):\n"
-      "    t, v = s.cell_type(r, c), s.cell_value(r, c)\n"
-      "    if t == xlrd.XL_CELL_NUMBER: v = '%.17g' % v\n"
-      "    if t != xlrd.XL_CELL_EMPTY: print(r, c, v)\" " +
-      dir.file("plain.xls"));
-  EXPECT_EQ(DumpFirstSheet(wb), xlrd);
+  const std::string xlrd = XlrdCells(dir.file("plain.xls"));
+  EXPECT_EQ("biff 80\n" + Dump(wb), xlrd);
 
   Workbook editProtected;
   const std::vector<std::uint8_t> byDefault = ReadBytes(dir.file("default.xls"));
   s = ReadWorkbookFromMemory(byDefault.data(), byDefault.size(), &editProtected);
   ASSERT_TRUE(s.ok()) << s.ToString();
   EXPECT_TRUE(editProtected.encrypted);
-  EXPECT_EQ(DumpFirstSheet(editProtected), xlrd);
+  EXPECT_EQ("biff 80\n" + Dump(editProtected), xlrd);
 
   options.password = "Tr0ub4dor&4";
   s = ReadWorkbookFromMemory(file.data(), file.size(), options, &wb);
@@ -493,8 +455,6 @@ TEST(XlsEncryption, ReadsLibreOfficePasswordProtectedWorkbooks) {
 // no password) gets through the decryption to the records behind it, and a damaged FILEPASS.
 // Each seed must stay what its name says; XLS_WRITE_ENCRYPTED_SEEDS=1 writes them anew.
 TEST(XlsEncryption, CorpusSeedsAreEncryptedAsNamed) {
-  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
-  ASSERT_NE(src, nullptr);
   Workbook wb;
   Sheet& sheet = wb.addSheet("Seed");
   sheet.set(0, 0, Cell::Text("seed ünïcode"));
@@ -524,7 +484,7 @@ TEST(XlsEncryption, CorpusSeedsAreEncryptedAsNamed) {
        Status::Code::kCorruption},
   };
   for (const auto& seed : seeds) {
-    const std::string path = std::string(src) + "/tests/xls/corpus/" + seed.name;
+    const std::string path = SourceDir() + "/tests/xls/corpus/" + seed.name;
     if (std::getenv("XLS_WRITE_ENCRYPTED_SEEDS")) {
       WriteFile(path, std::string(seed.file.begin(), seed.file.end()));
     }

@@ -4,15 +4,13 @@
 // Where python3-xlrd reads the file, its reading is the reference.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/TempDir.h"
-#include "tests/xls/XlrdCells.h"
+#include "tests/xls/PeerTools.h"
 #include "xls/CompoundFile.h"
 #include "xls/Records.h"
 #include "xls/Styles.h"
@@ -22,6 +20,7 @@ namespace xls {
 namespace {
 
 using testing_support::TempDir;
+using xls_test::Dump;
 using xls_test::XlrdCells;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -48,6 +47,13 @@ void Rec(Bytes& b, unsigned id, const Bytes& data) {
   U16(b, id);
   U16(b, static_cast<unsigned>(data.size()));
   b.insert(b.end(), data.begin(), data.end());
+}
+
+// What python3-xlrd reads from these bytes, written to a file of their own.
+std::string XlrdCellsOf(const Bytes& file) {
+  TempDir dir;
+  testing_support::WriteFile(dir.file("f.xls"), std::string(file.begin(), file.end()));
+  return XlrdCells(dir.file("f.xls"));
 }
 
 // A version 3 compound file of 512-byte sectors: FAT in sector 0, directory in sector 1,
@@ -194,33 +200,12 @@ TEST(XlsHandBuilt, Excel2WorksheetWithoutXfRecords) {
   Workbook wb;
   Status s = ReadWorkbookFromMemory(file.data(), file.size(), &wb);
   ASSERT_TRUE(s.ok()) << s.ToString();
-  ASSERT_EQ(wb.sheets().size(), 1u);
-  const Sheet& sheet = wb.sheets()[0];
-  EXPECT_EQ(sheet.name(), "Sheet1");
-  struct Expected {
-    int row, column;
-    CellType type;
-    double number;
-    const char* text;
-  } cells[] = {
-      {0, 0, CellType::kNumber, 42, ""},    {0, 1, CellType::kDateTime, 45351, ""},
-      {0, 2, CellType::kText, 0, "café €"}, {1, 0, CellType::kBoolean, 1, ""},
-      {1, 1, CellType::kError, 0x07, ""},   {1, 2, CellType::kNumber, 36, ""},
-      {2, 0, CellType::kNumber, 6.25, ""},  {2, 1, CellType::kText, 0, "from formula"},
-  };
-  for (const Expected& e : cells) {
-    SCOPED_TRACE(std::to_string(e.row) + "," + std::to_string(e.column));
-    const Cell& c = sheet.at(e.row, e.column);
-    EXPECT_EQ(c.type, e.type);
-    EXPECT_EQ(c.number, e.number);
-    EXPECT_EQ(c.text, e.text);
-  }
-  EXPECT_EQ(wb.styles()[sheet.at(2, 0).style].numberFormat, "0.00");
+  EXPECT_EQ(Dump(wb),
+            "sheet Sheet1\n0 0 number 42\n0 1 date 45351\n0 2 text café €\n1 0 bool 1\n"
+            "1 1 error 7\n1 2 number 36\n2 0 number 6.25\n2 1 text from formula\n");
+  EXPECT_EQ(wb.styles()[wb.sheets()[0].at(2, 0).style].numberFormat, "0.00");
   // xlrd reads the same file the same way, but for the elapsed time, which it takes for a date.
-  TempDir dir;
-  std::ofstream(dir.file("b2.xls"), std::ios::binary)
-      .write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
-  EXPECT_EQ(XlrdCells(dir.file("b2.xls")),
+  EXPECT_EQ(XlrdCellsOf(file),
             "biff 20\nsheet Sheet1\n0 0 number 42\n0 1 date 45351\n0 2 text café €\n"
             "1 0 bool 1\n1 1 error 7\n1 2 date 1.5\n2 0 number 6.25\n2 1 text from formula\n");
 }
@@ -284,20 +269,10 @@ TEST(XlsHandBuilt, Excel4WorkbookOfTwoSheets) {
   Workbook wb;
   Status s = ReadWorkbookFromMemory(file.data(), file.size(), &wb);
   ASSERT_TRUE(s.ok()) << s.ToString();
-  TempDir dir;
-  std::ofstream(dir.file("b4w.xls"), std::ios::binary)
-      .write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
-  EXPECT_EQ(XlrdCells(dir.file("b4w.xls")),
-            "biff 45\nsheet First\n0 0 date 45351\n1 0 text one\n"
-            "sheet Second\n0 0 date 36525\n1 0 text two\n");
-  ASSERT_EQ(wb.sheets().size(), 2u);
-  EXPECT_EQ(wb.sheets()[0].name(), "First");
-  EXPECT_EQ(wb.sheets()[0].at(0, 0).type, CellType::kDateTime);
-  EXPECT_EQ(wb.sheets()[0].at(0, 0).number, 45351);
-  EXPECT_EQ(wb.sheets()[0].at(1, 0).text, "one");
-  EXPECT_EQ(wb.sheets()[1].name(), "Second");
-  EXPECT_EQ(wb.sheets()[1].at(0, 0).number, 36525);
-  EXPECT_EQ(wb.sheets()[1].at(1, 0).text, "two");
+  const std::string cells =
+      "sheet First\n0 0 date 45351\n1 0 text one\nsheet Second\n0 0 date 36525\n1 0 text two\n";
+  EXPECT_EQ(Dump(wb), cells);
+  EXPECT_EQ(XlrdCellsOf(file), "biff 45\n" + cells);
 
   // A name that is not valid is made up, and never one the file uses already.
   const Bytes clash = Biff4Workbook("Sheet2", "bad[name]");
@@ -343,27 +318,20 @@ TEST(XlsHandBuilt, Excel95TextInItsCodePage) {
   Workbook wb;
   Status s = ReadWorkbookFromMemory(file.data(), file.size(), &wb);
   ASSERT_TRUE(s.ok()) << s.ToString();
-  ASSERT_EQ(wb.sheets().size(), 1u);
-  EXPECT_EQ(wb.sheets()[0].name(), "Лист");
-  EXPECT_EQ(wb.sheets()[0].at(0, 0).text, "Привет");
-  EXPECT_EQ(wb.sheets()[0].at(1, 0).text, "rich");
-  TempDir dir;
-  std::ofstream(dir.file("b5.xls"), std::ios::binary)
-      .write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
-  EXPECT_EQ(XlrdCells(dir.file("b5.xls")), "biff 50\nsheet Лист\n0 0 text Привет\n1 0 text rich\n");
+  const std::string cells = "sheet Лист\n0 0 text Привет\n1 0 text rich\n";
+  EXPECT_EQ(Dump(wb), cells);
+  EXPECT_EQ(XlrdCellsOf(file), "biff 50\n" + cells);
 }
 
 // python3-xlwt's formula cell (A2*2 on sheet Alpha, its cached result set here to 14) under
 // each identifier FORMULA has had: generators still write the older two into Excel 97 files.
 TEST(XlsHandBuilt, FormulaUnderEachIdentifierKeepsItsResult) {
-  const char* src = std::getenv("SPREADSHEET_SOURCE_DIR");
-  ASSERT_NE(src, nullptr);
   TempDir dir;
   const std::string path = dir.file("xlwt.xls");
-  std::system(
-      ("/usr/bin/python3 " + std::string(src) + "/tests/xls/make_xlwt_fixture.py " + path).c_str());
-  std::ifstream in(path, std::ios::binary);
-  Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  xls_test::Shell("/usr/bin/python3 " + xls_test::SourceDir() + "/tests/xls/make_xlwt_fixture.py " +
+                  path);
+  const std::string bytes = testing_support::ReadFile(path);
+  Bytes file(bytes.begin(), bytes.end());
   CompoundFileReader cfb;
   ASSERT_TRUE(cfb.Open(file.data(), file.size()).ok());
   Bytes stream;
@@ -436,35 +404,21 @@ TEST(XlsHandBuilt, ElapsedTimeFormatsAreCountsNotDates) {
 
 // The messages a damaged or unread file gives name what is wrong: the version, or the record.
 TEST(XlsHandBuilt, ErrorsNameTheVersionOrTheRecord) {
+  auto records = [](std::initializer_list<std::pair<unsigned, Bytes>> list) {
+    Bytes b;
+    for (const auto& [id, data] : list) Rec(b, id, data);
+    return b;
+  };
+  const Bytes excel2Sheet = {0x00, 0x02, 0x10, 0x00};
   struct Case {
     Bytes file;
     const char* message;
   } cases[] = {
-      {[] {
-         Bytes b;
-         Rec(b, 0x0809, {0x00, 0x07, 0x05, 0x00});
-         return b;
-       }(),
-       "BIFF version 0x0700"},
-      {[] {
-         Bytes b;
-         Rec(b, 0x0009, {0x00, 0x02, 0x20, 0x00});
-         return b;
-       }(),
-       "an Excel 2 chart or macro sheet"},
-      {[] {
-         Bytes b;
-         Rec(b, 0x0009, {0x00, 0x02, 0x10, 0x00});
-         Rec(b, 0x0004, {1, 0, 0, 0, 0, 0, 0, 9, 'a'});
-         return b;
-       }(),
+      {records({{0x0809, {0x00, 0x07, 0x05, 0x00}}}), "BIFF version 0x0700"},
+      {records({{0x0009, {0x00, 0x02, 0x20, 0x00}}}), "an Excel 2 chart or macro sheet"},
+      {records({{0x0009, excel2Sheet}, {0x0004, {1, 0, 0, 0, 0, 0, 0, 9, 'a'}}}),
        "LABEL record 0x0004 at offset 8: the text runs past the record"},
-      {[] {
-         Bytes b;
-         Rec(b, 0x0009, {0x00, 0x02, 0x10, 0x00});
-         Rec(b, 0x002F, {0, 0, 0, 0});
-         return b;
-       }(),
+      {records({{0x0009, excel2Sheet}, {0x002F, {0, 0, 0, 0}}}),
        "an encrypted Excel 2/3/4 workbook"},
   };
   for (const Case& c : cases) {

@@ -13,79 +13,16 @@
 #include <vector>
 
 #include "tests/support/TempDir.h"
-#include "tests/xls/XlrdCells.h"
+#include "tests/xls/PeerTools.h"
 #include "xls/Xls.h"
 
 namespace xls {
 namespace {
 
 using testing_support::TempDir;
+using xls_test::Dump;
 using xls_test::Shell;
 using xls_test::SourceDir;
-
-std::string Escaped(std::string_view s) {
-  std::string out;
-  for (char c : s) {
-    if (c == '\\')
-      out += "\\\\";
-    else if (c == '\t')
-      out += "\\t";
-    else if (c == '\n')
-      out += "\\n";
-    else
-      out += c;
-  }
-  return out;
-}
-
-std::string Exact(double v) {
-  char b[40];
-  std::snprintf(b, sizeof b, "%.17g", v);
-  return b;
-}
-
-// The workbook in xlrd_cells.py's form, without its first line (the version).
-std::string Dump(const Workbook& wb) {
-  std::string out;
-  for (const Sheet& sheet : wb.sheets()) {
-    out += "sheet " + Escaped(sheet.name()) + "\n";
-    for (int r = 0; r < sheet.extentRows(); ++r) {
-      for (int c = 0; c < sheet.extentColumns(); ++c) {
-        const Cell& cell = sheet.at(r, c);
-        std::string kind, value = Exact(cell.number);
-        switch (cell.type) {
-          case CellType::kEmpty:
-            continue;
-          case CellType::kText:
-            kind = "text";
-            value = Escaped(cell.text);
-            break;
-          case CellType::kNumber:
-            kind = "number";
-            break;
-          case CellType::kDateTime:
-            kind = "date";
-            break;
-          case CellType::kBoolean:
-            kind = "bool";
-            break;
-          case CellType::kError:
-            kind = "error";
-            break;
-        }
-        out += std::to_string(r) + " " + std::to_string(c) + " " + kind + " " + value + "\n";
-      }
-    }
-  }
-  for (const DefinedName& n : wb.names()) {
-    if (n.builtin) continue;
-    out += "name " + Escaped(n.name) + " " + std::to_string(n.scopeSheet) + " " +
-           std::to_string(n.sheet) + " " + std::to_string(n.firstRow) + " " +
-           std::to_string(n.lastRow) + " " + std::to_string(n.firstColumn) + " " +
-           std::to_string(n.lastColumn) + "\n";
-  }
-  return out;
-}
 
 struct Xlrd {
   std::string version;  // "biff 80"
@@ -195,9 +132,7 @@ const char* const kNamesOds =
 TEST(XlsVersions, DefinedNamesAndElapsedTimesInExcel95And97) {
   TempDir dir;
   std::ofstream(dir.file("names.fods"), std::ios::binary) << kNamesOds;
-  Shell("HOME='" + dir.path() + "' soffice -env:UserInstallation=file://" + dir.path() +
-        "/profile --headless --convert-to 'xls:MS Excel 97' --outdir '" + dir.path() + "' '" +
-        dir.file("names.fods") + "' >/dev/null 2>&1");
+  xls_test::Soffice(dir, "--convert-to 'xls:MS Excel 97' names.fods");
   // gnumeric saves LibreOffice's workbook again as Excel 95 and as Excel 97.
   for (const char* type : {"excel_biff7", "excel_biff8"}) {
     Shell("ssconvert --export-type=Gnumeric_Excel:" + std::string(type) + " '" +

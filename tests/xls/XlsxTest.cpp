@@ -10,6 +10,7 @@
 
 #include "tests/support/FailNth.h"
 #include "tests/support/TempDir.h"
+#include "tests/xls/PeerTools.h"
 #include "xls/CompoundFile.h"
 #include "xls/Xls.h"
 #include "xls/Xlsx.h"
@@ -300,34 +301,21 @@ TEST(XlsxReader, ReadsOtherWritersShapes) {
   Workbook wb;
   Status st = Read(bytes, &wb);
   ASSERT_TRUE(st.ok()) << st.ToString();
-  ASSERT_EQ(wb.sheets().size(), 2u);
-  EXPECT_EQ(wb.sheets()[0].name(), "First");
-  EXPECT_EQ(wb.sheets()[1].at(0, 1).number, 2);
+  // Every cell of both sheets, its kind and exact value, and the one name; F3 (a formula
+  // without a cached value) and E4 (formatted) are empty.
+  EXPECT_EQ(xls_test::Dump(wb),
+            "sheet First\n0 0 text plain\n0 1 text rich \n0 2 text tab\\tandA\n2 0 text inline\n"
+            "2 1 text plain!\n2 2 bool 1\n2 3 error 7\n2 4 number 0.33333333333333331\n"
+            "3 0 date 45000\n3 1 date 45000.75\n3 2 date 45000.75\n"
+            "3 3 date 59\n"  // before Excel's 29 February 1900
+            "3 5 number 12.5\nsheet Second\n0 0 number 1\n0 1 number 2\n"
+            "name Area -1 0 0 1 0 1\n");
   ASSERT_EQ(wb.names().size(), 1u);
-  EXPECT_EQ(wb.names()[0].name, "Area");
-  EXPECT_EQ(wb.names()[0].sheet, 0);
-  EXPECT_EQ(wb.names()[0].lastRow, 1);
-  EXPECT_EQ(wb.names()[0].lastColumn, 1);
   const Sheet& s = wb.sheets()[0];
-  EXPECT_EQ(s.at(0, 0).text, "plain");
-  EXPECT_EQ(s.at(0, 1).text, "rich ");
-  EXPECT_EQ(s.at(0, 2).text, "tab\tandA");
-  EXPECT_EQ(s.at(2, 0).text, "inline");
-  EXPECT_EQ(s.at(2, 1).text, "plain!");
-  EXPECT_EQ(s.at(2, 2).type, CellType::kBoolean);
-  EXPECT_EQ(s.at(2, 2).number, 1);
-  EXPECT_EQ(s.at(2, 3).type, CellType::kError);
-  EXPECT_EQ(s.at(2, 3).number, 0x07);
-  EXPECT_DOUBLE_EQ(s.at(2, 4).number, 1.0 / 3);
-  EXPECT_TRUE(s.at(2, 5).isEmpty());
-  EXPECT_EQ(s.at(3, 0).type, CellType::kDateTime);
+  EXPECT_TRUE(s.at(3, 4).isEmpty());
   EXPECT_EQ(wb.styles()[s.at(3, 0).style].numberFormat, "m/d/yy");
-  EXPECT_EQ(s.at(3, 1).type, CellType::kDateTime);
   EXPECT_TRUE(wb.styles()[s.at(3, 1).style].bold);
   EXPECT_EQ(wb.styles()[s.at(3, 1).style].numberFormat, "[$-409]d\\-mmm\\-yyyy");
-  EXPECT_EQ(s.at(3, 2).type, CellType::kDateTime);
-  EXPECT_EQ(s.at(3, 2).number, 45000.75);
-  EXPECT_EQ(s.at(3, 3).number, 59);  // before Excel's 29 February 1900
   const Style& bordered = wb.styles()[s.at(3, 4).style];
   EXPECT_FALSE(bordered.bold);
   EXPECT_EQ(bordered.horizontal, HAlign::kCenterAcross);
@@ -336,8 +324,6 @@ TEST(XlsxReader, ReadsOtherWritersShapes) {
   EXPECT_EQ(bordered.right, Border::kThin);
   EXPECT_EQ(bordered.top, Border::kMedium);
   EXPECT_EQ(bordered.bottom, Border::kThick);
-  EXPECT_EQ(s.at(3, 5).type, CellType::kNumber);
-  EXPECT_EQ(s.at(3, 5).number, 12.5);
   EXPECT_EQ(wb.styles()[s.at(3, 5).style].numberFormat, "#,##0.00");
   EXPECT_EQ(s.columnWidth(0), 0);
   EXPECT_EQ(s.columnWidth(1), 3200);
