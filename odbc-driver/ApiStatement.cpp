@@ -17,6 +17,8 @@ namespace {
 // or START TRANSACTION, COMMIT [TRANSACTION | WORK], ROLLBACK [TRANSACTION | WORK], any
 // case, with an optional closing semicolon.
 Stmt::Txn TransactionVerb(std::string_view sql) {
+  // At most two words and a semicolon: any longer text is another statement.
+  if (sql.size() > 64) return Stmt::Txn::kNone;
   // One statement only: nothing but blanks after a semicolon.
   if (const std::size_t semi = sql.find(';'); semi != std::string_view::npos) {
     if (sql.find_first_not_of(" \t\r\n", semi + 1) != std::string_view::npos) {

@@ -145,6 +145,27 @@ bool DecodeCell(Reader* in, xls::Cell* c) {
   return true;
 }
 
+// A cell of a row of cells: type, style, then the value its type has.
+bool DecodeRowCell(Reader* in, xls::Cell* c) {
+  std::uint8_t type;
+  if (!in->GetByte(&type) || type > static_cast<int>(xls::CellType::kDateTime) ||
+      !in->Get16(&c->style)) {
+    return false;
+  }
+  c->type = static_cast<xls::CellType>(type);
+  c->number = 0;
+  std::string text;
+  if (c->type == xls::CellType::kText) {
+    if (!in->GetBytes(&text)) return false;
+  } else if (c->type != xls::CellType::kEmpty) {
+    std::uint64_t bits;
+    if (!in->Get64(&bits)) return false;
+    std::memcpy(&c->number, &bits, sizeof bits);
+  }
+  c->text = text;
+  return true;
+}
+
 bool DecodeUnit(const std::uint8_t* p, std::size_t n, std::vector<Effect>* out) {
   Reader in(p, n);
   std::uint8_t kind;
@@ -190,6 +211,21 @@ bool DecodeUnit(const std::uint8_t* p, std::size_t n, std::vector<Effect>* out) 
       case Effect::Op::kRemoveName:
         if (!in.GetBytes(&e.name)) return false;
         break;
+      case Effect::Op::kRowOfCells: {
+        std::uint16_t count;
+        if (!named || !in.GetIndex(&e.row, xls::kXlsxMaxRows) ||
+            !in.GetIndex(&e.column, xls::kXlsxMaxColumns) || !in.Get16(&count) || count == 0 ||
+            e.column + count > xls::kXlsxMaxColumns) {
+          return false;
+        }
+        e.op = Effect::Op::kCell;
+        e.sheet = sheet;
+        for (std::uint16_t i = 0; i < count; ++i, ++e.column) {
+          if (!DecodeRowCell(&in, &e.cell)) return false;
+          out->push_back(e);
+        }
+        continue;
+      }
       case Effect::Op::kCell:
         if (!in.GetIndex(&e.row, xls::kXlsxMaxRows) ||
             !in.GetIndex(&e.column, xls::kXlsxMaxColumns) || !DecodeCell(&in, &e.cell)) {
@@ -256,6 +292,7 @@ void EffectLog::clear() {
   bytes_.clear();
   named_ = false;
   sheet_.clear();
+  runEnd_ = static_cast<std::size_t>(-1);
 }
 
 void EffectLog::Append(const EffectLog& other) {
@@ -264,6 +301,7 @@ void EffectLog::Append(const EffectLog& other) {
   bytes_.insert(bytes_.end(), other.bytes_.begin(), other.bytes_.end());
   sheet_ = other.sheet_;
   named_ = other.named_;
+  runEnd_ = static_cast<std::size_t>(-1);  // the next cell starts a row of its own
 }
 
 void EffectLog::NameSheet(const std::string& sheet) {
@@ -305,17 +343,31 @@ void EffectLog::ClearRange(const std::string& sheet, const CellRange& r) {
 
 void EffectLog::SetCell(const std::string& sheet, int row, int column, const xls::Cell& cell) {
   NameSheet(sheet);
-  bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kCell));
-  Put32(&bytes_, static_cast<std::uint32_t>(row));
-  Put32(&bytes_, static_cast<std::uint32_t>(column));
+  const bool extends = runEnd_ == bytes_.size() && row == runRow_ && column == runNext_ &&
+                       (bytes_[runCount_] | (bytes_[runCount_ + 1] << 8)) < 0xFFFF;
+  if (extends) {
+    const unsigned n = (bytes_[runCount_] | (bytes_[runCount_ + 1] << 8)) + 1u;
+    bytes_[runCount_] = static_cast<std::uint8_t>(n);
+    bytes_[runCount_ + 1] = static_cast<std::uint8_t>(n >> 8);
+  } else {
+    bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kRowOfCells));
+    Put32(&bytes_, static_cast<std::uint32_t>(row));
+    Put32(&bytes_, static_cast<std::uint32_t>(column));
+    runCount_ = bytes_.size();
+    Put16(&bytes_, 1);
+    runRow_ = row;
+  }
   bytes_.push_back(static_cast<std::uint8_t>(cell.type));
   Put16(&bytes_, cell.style);
-  std::uint64_t bits = 0;
-  if (cell.type != xls::CellType::kEmpty && cell.type != xls::CellType::kText) {
+  if (cell.type == xls::CellType::kText) {
+    PutBytes(&bytes_, cell.text.view());
+  } else if (cell.type != xls::CellType::kEmpty) {
+    std::uint64_t bits;
     std::memcpy(&bits, &cell.number, sizeof bits);
+    Put64(&bytes_, bits);
   }
-  Put64(&bytes_, bits);
-  PutBytes(&bytes_, cell.type == xls::CellType::kText ? cell.text.view() : std::string_view());
+  runNext_ = column + 1;
+  runEnd_ = bytes_.size();
 }
 
 void EffectLog::AddName(const std::string& sheet, const std::string& name,
@@ -342,6 +394,7 @@ void EffectLog::Add(const Effect& e) {
     case Effect::Op::kClearRange:
       return ClearRange(e.sheet, e.range);
     case Effect::Op::kCell:
+    case Effect::Op::kRowOfCells:
       return SetCell(e.sheet, e.row, e.column, e.cell);
     case Effect::Op::kAddName:
       return AddName(e.sheet, e.name, e.range);
@@ -351,12 +404,15 @@ void EffectLog::Add(const Effect& e) {
 }
 
 std::vector<std::uint8_t> EncodeEffectRecord(const EffectLog& log) {
-  std::vector<std::uint8_t> payload;
-  payload.reserve(log.size() + 1);
-  payload.push_back(kUnitRecord);
-  payload.insert(payload.end(), log.bytes().begin(), log.bytes().end());
+  // The frame around the payload built in place: a unit can be as large as a whole sheet.
   std::vector<std::uint8_t> out;
-  PutFrame(payload, &out);
+  out.reserve(8 + 1 + log.size());
+  Put32(&out, static_cast<std::uint32_t>(1 + log.size()));
+  Put32(&out, 0);
+  out.push_back(kUnitRecord);
+  out.insert(out.end(), log.bytes().begin(), log.bytes().end());
+  const std::uint32_t sum = Fnv32(out.data() + 8, out.size() - 8);
+  for (int i = 0; i < 4; ++i) out[4 + i] = static_cast<std::uint8_t>(sum >> (8 * i));
   return out;
 }
 

@@ -20,6 +20,9 @@
 //     6 cell        u32 row | u32 column | u8 type | u16 style | u64 number's bits | str text
 //                   the cell's state after the unit's write: an empty cell of style 0 is
 //                   cleared, anything else set; text only for type 1 (xls::CellType order)
+//     9 row of cells u32 row | u32 first column | u16 count | count x (u8 type | u16 style |
+//                   for a number, date, boolean or error u64 bits; for text str; else nothing)
+//                   cells side by side, each as for 6: what a written row costs once
 //     7 add name    str name | u32 first row, last row, first column, last column
 //                   a workbook-level defined name over that area of the sheet (CREATE TABLE)
 //     8 remove name str name         the workbook-level name (DROP TABLE)
@@ -71,6 +74,8 @@ struct Effect {
     kCell = 6,
     kAddName = 7,
     kRemoveName = 8,
+    // Encoding only: cells of one row side by side, decoded as one kCell each.
+    kRowOfCells = 9,
   };
   Op op = Op::kCell;
   std::string sheet;  // every op but kAddStyle
@@ -111,6 +116,10 @@ class EffectLog {
   std::vector<std::uint8_t> bytes_;
   std::string sheet_;  // the sheet named last
   bool named_ = false;
+  // The row of cells written last, while nothing follows it: where its count is, the cell
+  // that would extend it, and the end of the log it was at.
+  std::size_t runCount_ = 0, runEnd_ = static_cast<std::size_t>(-1);
+  int runRow_ = -1, runNext_ = -1;
 };
 
 // One record (length, checksum, payload) holding the log's effects as one unit.

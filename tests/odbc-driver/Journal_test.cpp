@@ -73,6 +73,10 @@ TEST(JournalTest, EffectRecordsRoundTripApplyAndFailLoudly) {
       {Effect::Op::kCell, "T", 0, 0, xls::Cell::Text("Zo\xc3\xab"), {}, 0, {}, {}},
       {Effect::Op::kAddStyle, "", 0, 0, {}, {}, 1, date, {}},
       {Effect::Op::kCell, "S", 3, 2, xls::Cell::DateTime(45351.5, 1), {}, 0, {}, {}},
+      // Cells side by side go as one row of cells.
+      {Effect::Op::kCell, "S", 3, 3, xls::Cell::Text(""), {}, 0, {}, {}},
+      {Effect::Op::kCell, "S", 3, 4, xls::Cell::Number(2.5), {}, 0, {}, {}},
+      {Effect::Op::kCell, "S", 3, 5, xls::Cell(), {}, 0, {}, {}},
       {Effect::Op::kCell, "T", 1, 255, xls::Cell::Number(-0.0), {}, 0, {}, {}},
       {Effect::Op::kCell, "S", 0, 0, xls::Cell(), {}, 0, {}, {}},
       {Effect::Op::kClearRange, "S", 0, 0, {}, CellRange{1, 1, 1, 1}, 0, {}, {}},
@@ -130,7 +134,7 @@ TEST(JournalTest, EffectRecordsRoundTripApplyAndFailLoudly) {
   // A whole record (its checksum right) of an unknown kind, or with an unknown effect.
   for (std::uint8_t at : {std::uint8_t{0}, std::uint8_t{1}}) {
     std::vector<std::uint8_t> payload = {1, 1, 1, 0, 0, 0, 'S', 4};
-    payload[at] = 9;
+    payload[at] = 0x7f;
     std::vector<std::uint8_t> rec = {static_cast<std::uint8_t>(payload.size()), 0, 0, 0};
     const std::uint32_t sum = Fnv32(payload.data(), payload.size());
     for (int i = 0; i < 4; ++i) rec.push_back(static_cast<std::uint8_t>(sum >> (8 * i)));
