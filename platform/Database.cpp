@@ -101,6 +101,16 @@ CDBException::CDBException(short retCode, CString error, CString state)
 // ---------------------------------------------------------------------------------------
 // CDatabase
 
+namespace {
+
+// What CDatabase::handles_ points to while connected.
+struct ConnectionHandles {
+  SQLHENV env = SQL_NULL_HENV;
+  SQLHSTMT exec = SQL_NULL_HSTMT;  // made by the first ExecuteSQL
+};
+
+}  // namespace
+
 CDatabase::CDatabase() = default;
 
 CDatabase::~CDatabase() { Close(); }
@@ -118,7 +128,7 @@ BOOL CDatabase::OpenEx(LPCTSTR connectString, DWORD /*options: never prompts*/) 
   SQLHENV env = SQL_NULL_HENV;
   SQLRETURN ret = SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env);
   if (!Succeeded(ret)) ThrowLibraryError("HY001", "The ODBC driver manager could not allocate an environment");
-  henv_ = env;
+  handles_ = new ConnectionHandles{env, SQL_NULL_HSTMT};
   ret = SQLSetEnvAttr(env, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
   if (!Succeeded(ret)) {
     FreeHandles();
@@ -161,13 +171,14 @@ void CDatabase::ExecuteSQL(LPCTSTR sql) {
   if (!IsOpen()) ThrowLibraryError("08003", "Connection not open");
   // One statement handle serves every call, its cursor closed after each: allocating a
   // handle costs the driver manager more than a one-row INSERT takes to run.
-  if (!execStmt_) {
+  auto* handles = static_cast<ConnectionHandles*>(handles_);
+  if (!handles->exec) {
     SQLHSTMT fresh = SQL_NULL_HSTMT;
     SQLRETURN ret = SQLAllocHandle(SQL_HANDLE_STMT, static_cast<SQLHDBC>(m_hdbc), &fresh);
     if (!Succeeded(ret)) ThrowDiagnostics(ret, SQL_HANDLE_DBC, static_cast<SQLHDBC>(m_hdbc));
-    execStmt_ = fresh;
+    handles->exec = fresh;
   }
-  SQLHSTMT stmt = static_cast<SQLHSTMT>(execStmt_);
+  SQLHSTMT stmt = handles->exec;
   SQLRETURN ret =
       SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(const_cast<char*>(sql ? sql : "")), SQL_NTS);
   // SQL_NO_DATA: a searched UPDATE or DELETE that touched no row, which is not an error.
@@ -184,8 +195,10 @@ void CDatabase::ExecuteSQL(LPCTSTR sql) {
 
 void CDatabase::Close() {
   while (!recordsets_.empty()) recordsets_.back()->Close();  // each removes itself
-  if (execStmt_) SQLFreeHandle(SQL_HANDLE_STMT, static_cast<SQLHSTMT>(execStmt_));
-  execStmt_ = nullptr;
+  if (auto* handles = static_cast<ConnectionHandles*>(handles_); handles && handles->exec) {
+    SQLFreeHandle(SQL_HANDLE_STMT, handles->exec);
+    handles->exec = SQL_NULL_HSTMT;
+  }
   if (m_hdbc) {
     SQLDisconnect(static_cast<SQLHDBC>(m_hdbc));
     SQLFreeHandle(SQL_HANDLE_DBC, static_cast<SQLHDBC>(m_hdbc));
@@ -196,8 +209,11 @@ void CDatabase::Close() {
 }
 
 void CDatabase::FreeHandles() {
-  if (henv_) SQLFreeHandle(SQL_HANDLE_ENV, static_cast<SQLHENV>(henv_));
-  henv_ = nullptr;
+  auto* handles = static_cast<ConnectionHandles*>(handles_);
+  if (!handles) return;
+  SQLFreeHandle(SQL_HANDLE_ENV, handles->env);
+  delete handles;
+  handles_ = nullptr;
 }
 
 // ---------------------------------------------------------------------------------------

@@ -62,8 +62,9 @@ class SPREADSHEET_API CDatabase {
   friend class CRecordset;
   void FreeHandles();
 
-  void* henv_ = nullptr;   // SQLHENV, one per connection
-  void* execStmt_ = nullptr;  // SQLHSTMT that ExecuteSQL runs on, made by its first call
+  // The connection's environment and the statement ExecuteSQL runs on, behind one pointer
+  // (Database.cpp) so that the class keeps the size and layout it was released with.
+  void* handles_ = nullptr;
   CString connect_;
   CString requested_;      // the string OpenEx was given
   std::vector<CRecordset*> recordsets_;  // open on this connection, closed with it
