@@ -99,6 +99,15 @@ FileId StatFd(int fd) {
   return id;
 }
 
+FileId StatFdNoTimes(int fd) {
+  struct stat st;
+  if (Sys().fstatNoTimes(fd, &st) == 0) return FromStat(st);
+  FileId id;
+  id.exists = true;
+  id.error = errno;
+  return id;
+}
+
 Result ResolveLinks(const std::string& path, std::string* target) {
   std::string at = path;
   for (int hops = 0; hops <= 40; ++hops) {

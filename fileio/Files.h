@@ -74,6 +74,9 @@ struct FileId {
 
 FileId StatPath(const std::string& path);
 FileId StatFd(int fd);
+// StatFd without the times (mtimeNs 0), for a file whose identity, size and links are all
+// that is checked; see SysCalls::fstatNoTimes for why.
+FileId StatFdNoTimes(int fd);
 
 // The file path names once symbolic links are followed (at most 40 of them, as the kernel
 // allows). The last one need not exist yet: a link to a missing file names that file.

@@ -8,7 +8,10 @@
 #include <stdio.h>  // rename
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>  // makedev
 #include <unistd.h>
+
+#include <cerrno>
 #endif
 
 namespace fileio {
@@ -33,9 +36,26 @@ int Open(const char* path, int flags, int mode) {
 int Stat(const char* path, struct stat* out) { return ::stat(path, out); }
 int Fstat(int fd, struct stat* out) { return ::fstat(fd, out); }
 
+int FstatNoTimes(int fd, struct stat* out) {
+#if defined(STATX_INO)
+  struct statx x;
+  if (::statx(fd, "", AT_EMPTY_PATH, STATX_TYPE | STATX_INO | STATX_SIZE | STATX_NLINK, &x) == 0) {
+    *out = {};
+    out->st_dev = makedev(x.stx_dev_major, x.stx_dev_minor);
+    out->st_ino = static_cast<ino_t>(x.stx_ino);
+    out->st_mode = x.stx_mode;
+    out->st_nlink = static_cast<nlink_t>(x.stx_nlink);
+    out->st_size = static_cast<off_t>(x.stx_size);
+    return 0;
+  }
+  if (errno != ENOSYS) return -1;
+#endif
+  return ::fstat(fd, out);
+}
+
 const SysCalls kDefaults = {Open,     ::close,  ::read,      ::write,  ::pread,
                             ::pwrite, ::fsync,  ::ftruncate, ::fchmod, ::fchown,
-                            ::rename, ::unlink, ::flock,     Stat,     Fstat};
+                            ::rename, ::unlink, ::flock,     Stat,     Fstat, FstatNoTimes};
 #endif
 
 SysCalls g_sys = kDefaults;

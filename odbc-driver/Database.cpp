@@ -188,7 +188,7 @@ Error Database::Lock(bool exclusive, bool create) {
       continue;
     }
     locked_ = true;
-    journal_ = StatFd(journalFd_);
+    journal_ = fileio::StatFdNoTimes(journalFd_);
     if (journal_.error) {
       const int err = journal_.error;
       DropJournal();

@@ -45,6 +45,7 @@ class FailNth {
     t.unlink = Hook<decltype(t.unlink)>::Call<&fileio::SysCalls::unlink, EIO>;
     t.stat = Hook<decltype(t.stat)>::Call<&fileio::SysCalls::stat, EIO>;
     t.fstat = Hook<decltype(t.fstat)>::Call<&fileio::SysCalls::fstat, EIO>;
+    t.fstatNoTimes = Hook<decltype(t.fstatNoTimes)>::Call<&fileio::SysCalls::fstatNoTimes, EIO>;
     t.flock = [](int fd, int op) -> int {
       if (op & LOCK_UN) {
         int rc = State().real.flock(fd, op);

@@ -121,6 +121,9 @@ class PowerCut {
     t.fstat = [](int fd, struct stat* out) -> int {
       return State().cut ? (errno = EIO, -1) : State().real.fstat(fd, out);
     };
+    t.fstatNoTimes = [](int fd, struct stat* out) -> int {
+      return State().cut ? (errno = EIO, -1) : State().real.fstatNoTimes(fd, out);
+    };
   }
   ~PowerCut() {
     fileio::Sys() = State().real;
