@@ -90,23 +90,22 @@ FileId StatPath(const std::string& path) {
   return id;
 }
 
-FileId StatFd(int fd) {
+namespace {
+
+// An open file exists: a failed fstat is an error, never "missing".
+FileId StatOpenFile(int (*fstatCall)(int, struct stat*), int fd) {
   struct stat st;
-  if (Sys().fstat(fd, &st) == 0) return FromStat(st);
+  if (fstatCall(fd, &st) == 0) return FromStat(st);
   FileId id;
   id.exists = true;
   id.error = errno;
   return id;
 }
 
-FileId StatFdNoTimes(int fd) {
-  struct stat st;
-  if (Sys().fstatNoTimes(fd, &st) == 0) return FromStat(st);
-  FileId id;
-  id.exists = true;
-  id.error = errno;
-  return id;
-}
+}  // namespace
+
+FileId StatFd(int fd) { return StatOpenFile(Sys().fstat, fd); }
+FileId StatFdNoTimes(int fd) { return StatOpenFile(Sys().fstatNoTimes, fd); }
 
 Result ResolveLinks(const std::string& path, std::string* target) {
   std::string at = path;
