@@ -26,15 +26,6 @@ std::size_t Utf8Chars(std::string_view s) {
   return n;
 }
 
-std::string QuoteName(const std::string& name) {
-  std::string out = "\"";
-  for (char c : name) {
-    out.push_back(c);
-    if (c == '"') out.push_back('"');
-  }
-  return out + "\"";
-}
-
 // Whether SQLite's numeric affinity turns this text into a number: optional spaces, a sign,
 // digits with an optional point and exponent. Used to key the equality index so that it finds
 // every row the comparison would accept.
@@ -122,6 +113,15 @@ const char* DeclaredType(ColumnType t) {
       break;
   }
   return "STRING";
+}
+
+std::string QuoteName(const std::string& name) {
+  std::string out = "\"";
+  for (char c : name) {
+    out.push_back(c);
+    if (c == '"') out.push_back('"');
+  }
+  return out + "\"";
 }
 
 bool ColumnInfoForDeclared(const char* decl, ColumnInfo* info) {

@@ -41,6 +41,9 @@ class EffectLog;
 // and "TIMESTAMP" have NUMERIC affinity, "DOUBLE" REAL.
 enum class ColumnType { kDouble, kTimestamp, kBit, kVarchar, kLongVarchar };
 const char* DeclaredType(ColumnType t);
+
+// name as a SQLite identifier: in double quotes, any double quote in it doubled.
+std::string QuoteName(const std::string& name);
 // The ODBC metadata for a column SQLite reports with one of those declared types; false when
 // decl is none of them (an expression's column).
 [[nodiscard]] bool ColumnInfoForDeclared(const char* decl, ColumnInfo* info);

@@ -23,15 +23,6 @@ constexpr std::size_t kMaxTables = 64;
 // The longest text (and blob) a value may grow to inside SQLite.
 constexpr int kMaxValueBytes = 32 << 20;
 
-std::string QuoteName(const std::string& name) {
-  std::string out = "\"";
-  for (char c : name) {
-    out.push_back(c);
-    if (c == '"') out.push_back('"');
-  }
-  return out + "\"";
-}
-
 bool StartsWith(const std::string& s, const char* prefix) {
   return s.compare(0, std::strlen(prefix), prefix) == 0;
 }
