@@ -149,6 +149,21 @@ Error Database::CheckWritableOnce() {
 
 Error Database::Lock(bool exclusive, bool create) {
   if (inTransaction_) return Error();
+  if (lent_) {
+    lent_ = false;
+    if (!lease_->Reclaim()) locked_ = false;
+  }
+  // Held since the last statement, which left the model at the journal's end: nobody else
+  // can have written the journal or removed it. (A failed write leaves the model forgotten,
+  // and the journal's length is then looked at again.)
+  if (locked_ && (lockedExclusive_ || !exclusive) && applied_ >= kJournalHeaderSize &&
+      applied_ == journal_.size) {
+    return Error();
+  }
+  // A shared lock is not turned into an exclusive one in place: flock() would let go of it
+  // first anyway, and whoever came between must be seen.
+  Release();
+  LockLease::ReleaseOthers(journalPath(), lease_.get());
   auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.lockTimeoutMs);
   std::string path = journalPath();
@@ -185,9 +200,11 @@ Error Database::Lock(bool exclusive, bool create) {
                                              "' is in use by another connection; gave up waiting.");
       }
       SleepMs(2);
+      LockLease::ReleaseOthers(path, lease_.get());  // lent since the last try
       continue;
     }
     locked_ = true;
+    lockedExclusive_ = exclusive;
     journal_ = fileio::StatFdNoTimes(journalFd_);
     if (journal_.error) {
       const int err = journal_.error;
@@ -207,18 +224,32 @@ Error Database::Lock(bool exclusive, bool create) {
 }
 
 void Database::Unlock() {
-  if (inTransaction_) return;
+  if (inTransaction_ || !locked_ || lent_) return;
+  if (options_.lockLeaseMs > 0 && journalFd_ >= 0) {
+    if (!lease_) lease_ = std::make_unique<LockLease>(options_.lockLeaseMs);
+    lease_->Lend(journalFd_, journalPath());
+    lent_ = true;
+    return;
+  }
+  Release();
+}
+
+void Database::Release() {
+  if (lent_) {
+    lent_ = false;
+    if (!lease_->Reclaim()) locked_ = false;
+  }
   if (locked_ && journalFd_ >= 0) fileio::Sys().flock(journalFd_, LOCK_UN);
   locked_ = false;
 }
 
 void Database::DropJournal() {
-  Unlock();
+  Release();
   if (journalFd_ >= 0) fileio::Sys().close(journalFd_);
   journalFd_ = -1;
   journal_ = FileId();
   applied_ = 0;
-  legacy_ = false;
+  version_ = kJournalVersion;
   writableChecked_ = false;
 }
 
@@ -306,14 +337,14 @@ Error Database::ReplayJournal() {
   if (journalFd_ < 0 || !locked_) return Error();
   const FileId& j = journal_;
   if (applied_ == 0) {
-    legacy_ = false;
+    version_ = kJournalVersion;
     if (j.size < kJournalHeaderSize || !loaded_.exists) return Error();
     std::vector<std::uint8_t> head;
     Error e = ReadAt(journalFd_, 0, kJournalHeaderSize, &head);
     JournalHeader h;
     // Anything but a journal's header is a header cut short by a crash (or not ours): stale.
     if (!e.ok() || !DecodeJournalHeader(head, &h)) return e;
-    if (h.version != kJournalVersion && h.version != kLegacyJournalVersion) {
+    if (h.version < kLegacyJournalVersion || h.version > kJournalVersion) {
       // Refused before anything is applied, removed or written: a later driver's journal may
       // hold changes this one cannot read, and treating it as stale would drop them.
       return Error(ErrorKind::kWorkbookCorrupt,
@@ -327,7 +358,7 @@ Error Database::ReplayJournal() {
     // A journal written against other workbook bytes is stale: its changes are already in
     // the file (a fold finished but the journal was not removed) or belong to another file.
     if (h.baseHash != baseHash_ || h.baseSize != loaded_.size) return Error();
-    legacy_ = h.version == kLegacyJournalVersion;
+    version_ = h.version;
     applied_ = kJournalHeaderSize;
   }
   if (j.size <= applied_) return Error();
@@ -335,11 +366,11 @@ Error Database::ReplayJournal() {
   Error e = ReadAt(journalFd_, applied_, j.size - applied_, &tail);
   if (!e.ok()) return e;
   std::size_t consumed = 0;
-  if (legacy_) {
+  if (version_ == kLegacyJournalVersion) {
     e = ReplayLegacy(tail, &consumed);
   } else {
     std::vector<std::vector<Effect>> units;
-    e = DecodeEffectRecords(tail.data(), tail.size(), &units, &consumed);
+    e = DecodeEffectRecords(tail.data(), tail.size(), &units, &consumed, version_);
     if (e.ok() && !units.empty() && model_.use_count() > 1) {
       model_ = std::make_shared<xls::Workbook>(*model_);  // results keep the state they read
     }
@@ -372,13 +403,13 @@ Error Database::ReplayLegacy(const std::vector<std::uint8_t>& tail, std::size_t*
 }
 
 Error Database::StartJournal() {
-  if (legacy_) {
-    // Records of effects never follow records of SQL text: the old journal is folded first.
+  if (version_ != kJournalVersion) {
+    // Records of this version never follow an older version's: that journal is folded first.
     Error e = Fold();
     if (e.ok()) e = Lock(true, true);
     if (e.ok()) e = CatchUp();
     if (!e.ok()) return e;
-    if (legacy_) {
+    if (version_ != kJournalVersion) {
       return Error(ErrorKind::kIO, "Cannot fold the journal '" + journalPath() +
                                        "' of an older driver into the workbook.");
     }

@@ -4,8 +4,9 @@
 // holding the unit's effects on the model (cells written, sheets added or cleared, formats
 // added), never SQL. The journal is folded into the .xls on Close() and whenever it grows past
 // the workbook's size (and options.foldFloorBytes). Processes and connections are serialized
-// by flock() on the journal: writers exclusively, readers shared. See README.md,
-// "Durability", "Locking" and "Transactions".
+// by flock() on the journal: writers exclusively, readers shared. A statement's lock is kept
+// for a moment after it ends (options.lockLeaseMs, LockLease.h), so that a run of statements
+// takes it once. See README.md, "Durability", "Locking" and "Transactions".
 //
 // A journal file only ever grows by whole records or is cut back to the end of its last whole
 // one; a fold, or a journal found stale, removes it and the next change starts a new file. So
@@ -46,6 +47,7 @@
 #include "odbc-driver/Error.h"
 #include "odbc-driver/Executor.h"
 #include "odbc-driver/Journal.h"
+#include "odbc-driver/LockLease.h"
 #include "odbc-driver/WorkbookStore.h"
 #include "xls/Workbook.h"
 #include "xls/Xlsx.h"
@@ -65,6 +67,8 @@ struct DatabaseOptions {
   SyncMode sync = SyncMode::kNormal;
   int lockTimeoutMs = 30000;
   int flushIntervalMs = 1000;  // kNormal: the age of the last flush that makes a statement flush
+  // How long a statement's lock is kept for the next statement; 0 lets go of it at once.
+  int lockLeaseMs = 5;
   // The journal is folded once it holds more than the workbook's size and this many bytes:
   // a bulk load into a small workbook then writes the workbook once, at the end, rather than
   // each time the journal outgrows it. Replaying this much costs about what running the
@@ -122,9 +126,13 @@ class Database {
   explicit Database(DatabaseOptions options);
   std::string journalPath() const { return file_ + "-journal"; }
 
-  // Both do nothing while a unit is open: it holds the exclusive lock until it ends.
+  // Both do nothing while a unit is open: it holds the exclusive lock until it ends. Unlock
+  // lends the lock to the lease; Lock takes it back when it is still held and covers what
+  // is asked, and then needs no system call.
   Error Lock(bool exclusive, bool create);
   void Unlock();
+  // Lets go of the lock for good, lent or not.
+  void Release();
   void DropJournal();
   // Under the lock: brings the model up to the file and the journal.
   Error CatchUp();
@@ -172,6 +180,9 @@ class Database {
   bool baseHashKnown_ = false;
   int journalFd_ = -1;  // open and locked during a statement
   bool locked_ = false;
+  bool lockedExclusive_ = false;  // with locked_: the lock held is the exclusive one
+  bool lent_ = false;             // locked_ is lent to lease_: ask it back before trusting it
+  std::unique_ptr<LockLease> lease_;
   FileId journal_;             // journalFd_'s file as found when it was last locked
   std::uint64_t applied_ = 0;  // journal bytes already in the model (0: none read yet)
   // Checked before this connection first touches a journal with a change, and again for
@@ -180,7 +191,7 @@ class Database {
   bool unsynced_ = false;  // this connection wrote journal bytes it has not flushed
   std::chrono::steady_clock::time_point lastFlush_;
   bool closed_ = false;
-  bool legacy_ = false;  // the journal followed holds SQL text (version 1)
+  int version_ = kJournalVersion;  // of the journal followed (1: SQL text, 2: FNV-1a sums)
   // The model's formats up to here are in the file or the journal; a change journals the
   // ones past it. A failed engine statement may leave a format behind (the model has no way
   // to drop one), which the next saved change then carries.

@@ -150,11 +150,13 @@ void CellWrites::ApplyTo(Sheet* sheet, EffectLog* effects) {
   for (Write& w : writes_) {
     if (w.cell.isEmpty()) {
       sheet->clear(w.row, w.column);
-    } else {
-      if (w.keepStyle) w.cell.style = sheet->at(w.row, w.column).style;
-      sheet->set(w.row, w.column, std::move(w.cell));
+      if (effects) effects->SetCell(sheet->name(), w.row, w.column, sheet->at(w.row, w.column));
+      continue;
     }
-    if (effects) effects->SetCell(sheet->name(), w.row, w.column, sheet->at(w.row, w.column));
+    Cell& cell = sheet->mutableAt(w.row, w.column);
+    if (w.keepStyle) w.cell.style = cell.style;
+    cell = std::move(w.cell);
+    if (effects) effects->SetCell(sheet->name(), w.row, w.column, cell);
   }
   writes_.clear();
 }

@@ -18,19 +18,22 @@ constexpr std::uint32_t kMaxUnitPayload = 0xFFFFFFF0u;
 constexpr std::uint8_t kUnitRecord = 1;
 constexpr std::uint8_t kUseSheet = 1;
 
-void Put16(std::vector<std::uint8_t>* out, std::uint16_t v) {
-  out->push_back(static_cast<std::uint8_t>(v));
-  out->push_back(static_cast<std::uint8_t>(v >> 8));
+// Room for n more bytes at the end of out, where the caller stores them (little-endian).
+std::uint8_t* Grow(std::vector<std::uint8_t>* out, std::size_t n) {
+  const std::size_t at = out->size();
+  out->resize(at + n);
+  return out->data() + at;
 }
-void Put32(std::vector<std::uint8_t>* out, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) out->push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+std::uint8_t* Store(std::uint8_t* p, std::uint64_t v, int bytes) {
+  for (int i = 0; i < bytes; ++i) *p++ = static_cast<std::uint8_t>(v >> (8 * i));
+  return p;
 }
-void Put64(std::vector<std::uint8_t>* out, std::uint64_t v) {
-  for (int i = 0; i < 8; ++i) out->push_back(static_cast<std::uint8_t>(v >> (8 * i)));
-}
+void Put16(std::vector<std::uint8_t>* out, std::uint16_t v) { Store(Grow(out, 2), v, 2); }
+void Put32(std::vector<std::uint8_t>* out, std::uint32_t v) { Store(Grow(out, 4), v, 4); }
+void Put64(std::vector<std::uint8_t>* out, std::uint64_t v) { Store(Grow(out, 8), v, 8); }
 void PutBytes(std::vector<std::uint8_t>* out, std::string_view s) {
-  Put32(out, static_cast<std::uint32_t>(s.size()));
-  out->insert(out->end(), s.begin(), s.end());
+  std::uint8_t* p = Store(Grow(out, 4 + s.size()), s.size(), 4);
+  if (!s.empty()) std::memcpy(p, s.data(), s.size());
 }
 void PutFrame(const std::vector<std::uint8_t>& payload, std::vector<std::uint8_t>* out) {
   out->reserve(payload.size() + 8);
@@ -91,15 +94,21 @@ class Reader {
 
 // The next whole record's payload in bytes[*at, size); false at the end or at a record cut
 // short or failing its checksum.
+using Checksum = std::uint32_t (*)(const std::uint8_t*, std::size_t);
+
+// The checksum a version's records carry.
+Checksum ChecksumOf(int version) { return version >= 3 ? Crc32c : Fnv32; }
+
 bool NextPayload(const std::uint8_t* bytes, std::size_t size, std::uint32_t maxPayload,
-                 std::size_t* at, const std::uint8_t** payload, std::uint32_t* len) {
+                 Checksum checksum, std::size_t* at, const std::uint8_t** payload,
+                 std::uint32_t* len) {
   if (size - *at < 8) return false;
   Reader head(bytes + *at, 8);
   std::uint32_t sum;
   if (!head.Get32(len) || !head.Get32(&sum)) return false;
   if (*len > maxPayload || size - *at - 8 < *len) return false;
   *payload = bytes + *at + 8;
-  if (Fnv32(*payload, *len) != sum) return false;
+  if (checksum(*payload, *len) != sum) return false;
   *at += 8 + *len;
   return true;
 }
@@ -263,7 +272,7 @@ bool DecodeJournalHeader(const std::vector<std::uint8_t>& bytes, JournalHeader* 
   return in.Get64(&h->baseSize) && in.Get64(&h->baseHash);
 }
 
-// ---- version 2 ----
+// ---- versions 2 and 3 ----
 
 bool operator==(const Effect& a, const Effect& b) {
   if (a.op != b.op || a.sheet != b.sheet) return false;
@@ -347,24 +356,30 @@ void EffectLog::SetCell(const std::string& sheet, int row, int column, const xls
                        (bytes_[runCount_] | (bytes_[runCount_ + 1] << 8)) < 0xFFFF;
   if (extends) {
     const unsigned n = (bytes_[runCount_] | (bytes_[runCount_ + 1] << 8)) + 1u;
-    bytes_[runCount_] = static_cast<std::uint8_t>(n);
-    bytes_[runCount_ + 1] = static_cast<std::uint8_t>(n >> 8);
+    Store(&bytes_[runCount_], n, 2);
   } else {
-    bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kRowOfCells));
-    Put32(&bytes_, static_cast<std::uint32_t>(row));
-    Put32(&bytes_, static_cast<std::uint32_t>(column));
-    runCount_ = bytes_.size();
-    Put16(&bytes_, 1);
+    std::uint8_t* p = Grow(&bytes_, 11);
+    *p++ = static_cast<std::uint8_t>(Effect::Op::kRowOfCells);
+    p = Store(p, static_cast<std::uint32_t>(row), 4);
+    p = Store(p, static_cast<std::uint32_t>(column), 4);
+    Store(p, 1, 2);
+    runCount_ = bytes_.size() - 2;
     runRow_ = row;
   }
-  bytes_.push_back(static_cast<std::uint8_t>(cell.type));
-  Put16(&bytes_, cell.style);
-  if (cell.type == xls::CellType::kText) {
-    PutBytes(&bytes_, cell.text.view());
-  } else if (cell.type != xls::CellType::kEmpty) {
+  // The cell whole in one step: type, format, then its text or number.
+  const bool text = cell.type == xls::CellType::kText;
+  const std::string_view view = text ? cell.text.view() : std::string_view();
+  const std::size_t rest = text ? 4 + view.size() : cell.type != xls::CellType::kEmpty ? 8 : 0;
+  std::uint8_t* p = Grow(&bytes_, 3 + rest);
+  *p++ = static_cast<std::uint8_t>(cell.type);
+  p = Store(p, cell.style, 2);
+  if (text) {
+    p = Store(p, view.size(), 4);
+    if (!view.empty()) std::memcpy(p, view.data(), view.size());
+  } else if (rest == 8) {
     std::uint64_t bits;
     std::memcpy(&bits, &cell.number, sizeof bits);
-    Put64(&bytes_, bits);
+    Store(p, bits, 8);
   }
   runNext_ = column + 1;
   runEnd_ = bytes_.size();
@@ -403,7 +418,7 @@ void EffectLog::Add(const Effect& e) {
   }
 }
 
-std::vector<std::uint8_t> EncodeEffectRecord(const EffectLog& log) {
+std::vector<std::uint8_t> EncodeEffectRecord(const EffectLog& log, int version) {
   // The frame around the payload built in place: a unit can be as large as a whole sheet.
   std::vector<std::uint8_t> out;
   out.reserve(8 + 1 + log.size());
@@ -411,18 +426,19 @@ std::vector<std::uint8_t> EncodeEffectRecord(const EffectLog& log) {
   Put32(&out, 0);
   out.push_back(kUnitRecord);
   out.insert(out.end(), log.bytes().begin(), log.bytes().end());
-  const std::uint32_t sum = Fnv32(out.data() + 8, out.size() - 8);
+  const std::uint32_t sum = ChecksumOf(version)(out.data() + 8, out.size() - 8);
   for (int i = 0; i < 4; ++i) out[4 + i] = static_cast<std::uint8_t>(sum >> (8 * i));
   return out;
 }
 
 Error DecodeEffectRecords(const std::uint8_t* bytes, std::size_t size,
-                          std::vector<std::vector<Effect>>* records, std::size_t* consumed) {
+                          std::vector<std::vector<Effect>>* records, std::size_t* consumed,
+                          int version) {
   std::size_t at = 0;
   const std::uint8_t* payload;
   std::uint32_t len;
   *consumed = 0;
-  while (NextPayload(bytes, size, kMaxUnitPayload, &at, &payload, &len)) {
+  while (NextPayload(bytes, size, kMaxUnitPayload, ChecksumOf(version), &at, &payload, &len)) {
     std::vector<Effect> unit;
     if (!DecodeUnit(payload, len, &unit)) {
       return Error(ErrorKind::kWorkbookCorrupt,
@@ -573,7 +589,7 @@ std::vector<JournalRecord> DecodeJournalRecords(const std::uint8_t* bytes, std::
   std::size_t at = 0, end = 0;
   const std::uint8_t* payload;
   std::uint32_t len;
-  while (NextPayload(bytes, size, kMaxLegacyPayload, &at, &payload, &len)) {
+  while (NextPayload(bytes, size, kMaxLegacyPayload, Fnv32, &at, &payload, &len)) {
     JournalRecord r;
     if (!DecodePayload(payload, len, &r)) break;
     records.push_back(std::move(r));

@@ -2,9 +2,13 @@
 //
 //   header  "XLSJRNL" | u8 version | u64 size of the workbook file it follows | u64 FNV-1a of
 //           its bytes
-//   record* u32 payload length | u32 FNV-1a of the payload | payload
+//   record* u32 payload length | u32 checksum of the payload | payload
 //
-// Version '2' (what this driver writes): a payload is one committed unit, the effects its
+// Version '3' (what this driver writes) checksums a record with CRC-32C, which the processor
+// computes at several bytes a cycle: a bulk load journals tens of megabytes. Version '2' is
+// the same with FNV-1a; this driver replays it and folds it before it appends anything.
+//
+// Versions '2' and '3': a payload is one committed unit, the effects its
 // statements had on the model, in the order they were made; replay applies them and runs no
 // SQL. A unit's effects come from the places every write passes: CellWrites and CREATE/DROP
 // TABLE in the executor, the SQL engine's cell log, and the Database for added formats.
@@ -50,7 +54,8 @@
 namespace xlsodbc {
 
 constexpr std::size_t kJournalHeaderSize = 24;
-constexpr int kJournalVersion = 2;        // what this driver writes
+constexpr int kJournalVersion = 3;        // what this driver writes
+constexpr int kFnvJournalVersion = 2;     // effects checksummed with FNV-1a; replayed and folded
 constexpr int kLegacyJournalVersion = 1;  // SQL text; replayed and folded at connect
 
 struct JournalHeader {
@@ -63,7 +68,7 @@ std::vector<std::uint8_t> EncodeJournalHeader(const JournalHeader& h);
 // False when the bytes do not start with a header (too short, or not "XLSJRNL").
 [[nodiscard]] bool DecodeJournalHeader(const std::vector<std::uint8_t>& bytes, JournalHeader* h);
 
-// ---- version 2: effects ----
+// ---- versions 2 and 3: effects ----
 
 struct Effect {
   enum class Op : std::uint8_t {
@@ -122,13 +127,15 @@ class EffectLog {
   int runRow_ = -1, runNext_ = -1;
 };
 
-// One record (length, checksum, payload) holding the log's effects as one unit.
-std::vector<std::uint8_t> EncodeEffectRecord(const EffectLog& log);
+// One record (length, checksum, payload) holding the log's effects as one unit, checksummed
+// as version says.
+std::vector<std::uint8_t> EncodeEffectRecord(const EffectLog& log, int version = kJournalVersion);
 
 // Decodes the records in bytes[0, size) into one list of effects per record; *consumed is the
 // end of the last whole record. Fails (kWorkbookCorrupt) on a whole record that does not decode.
 Error DecodeEffectRecords(const std::uint8_t* bytes, std::size_t size,
-                          std::vector<std::vector<Effect>>* records, std::size_t* consumed);
+                          std::vector<std::vector<Effect>>* records, std::size_t* consumed,
+                          int version = kJournalVersion);
 
 // Applies one unit's effects to book. Fails (kWorkbookCorrupt) when an effect does not fit the
 // workbook (a sheet missing or already there, a style at another index, a cell off the grid);

@@ -34,7 +34,12 @@ Error CheckWritable(const std::string& path);
 
 // FNV-1a, 64 bits: tells a journal which workbook bytes it was written against.
 std::uint64_t Fnv64(const std::uint8_t* data, std::size_t size);
+// FNV-1a, 32 bits: the record checksum of journals of version 2.
 std::uint32_t Fnv32(const std::uint8_t* data, std::size_t size);
+// CRC-32C: the record checksum of journals of version 3. Crc32cPortable is the same without
+// the processor's crc32 instruction (what hosts without it compute).
+std::uint32_t Crc32c(const std::uint8_t* data, std::size_t size);
+std::uint32_t Crc32cPortable(const std::uint8_t* data, std::size_t size);
 
 std::string ErrnoText(int err);
 

@@ -7,9 +7,11 @@
 // Error handling is part of the contract: a statement's CDBException is turned into
 // lastError (the driver's text) and a closed connection; connecting is never guarded
 // here, so a connect error reaches the caller.
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "platform/Database.h"
 #include "platform/OdbcInstaller.h"
@@ -44,12 +46,11 @@ void AppendColumnsAndClose(CString& statement, const CStringArray& fieldNames) {
 // Appends "<head><value><tail>" for each value, as Format("<head>%s<tail>") of each would:
 // a value ends at its first zero byte. A sheet's save builds one statement a row, so the
 // values are copied straight into it rather than formatted one by one.
-void AppendEachValue(std::string& statement, const CStringArray& values, const char* head,
-                     const char* tail) {
+void AppendEachValue(std::string& statement, const CStringArray& values, std::string_view head,
+                     std::string_view tail) {
   for (const CString& value : values.items()) {
-    statement += head;
-    statement += value.GetString();
-    statement += tail;
+    const std::string& v = value.str();
+    statement.append(head).append(v.data(), std::min(v.find('\0'), v.size())).append(tail);
   }
 }
 

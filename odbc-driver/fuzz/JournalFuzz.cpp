@@ -74,28 +74,34 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(reread == encoded.size(), "re-encoded records do not decode whole");
     Require(SameRecords(records, again), "re-encoded records decode differently");
 
-    std::vector<std::vector<xlsodbc::Effect>> units;
-    xlsodbc::Error e = xlsodbc::DecodeEffectRecords(data + start, size - start, &units, &consumed);
-    Require(consumed <= size - start, "effects consumed past the end");
-    Require(e.ok() || !e.message().empty(), "a decoding error without a message");
-    encoded.clear();
-    xls::Workbook book;
-    book.addSheet("S");
-    for (const auto& unit : units) {
-      xlsodbc::EffectLog log;
-      for (const auto& effect : unit) log.Add(effect);
-      std::vector<std::uint8_t> one = xlsodbc::EncodeEffectRecord(log);
-      encoded.insert(encoded.end(), one.begin(), one.end());
-      // Cells far out would only measure the allocator: a full grid is gigabytes.
-      bool small = true;
-      for (const auto& effect : unit) small = small && effect.row < 4096 && effect.column < 256;
-      if (small) (void)xlsodbc::ApplyEffects(unit, &book);
+    // Both checksums: version 2's records (FNV-1a) and this driver's (CRC-32C).
+    for (int version : {xlsodbc::kFnvJournalVersion, xlsodbc::kJournalVersion}) {
+      std::vector<std::vector<xlsodbc::Effect>> units;
+      xlsodbc::Error e =
+          xlsodbc::DecodeEffectRecords(data + start, size - start, &units, &consumed, version);
+      Require(consumed <= size - start, "effects consumed past the end");
+      Require(e.ok() || !e.message().empty(), "a decoding error without a message");
+      encoded.clear();
+      xls::Workbook book;
+      book.addSheet("S");
+      for (const auto& unit : units) {
+        xlsodbc::EffectLog log;
+        for (const auto& effect : unit) log.Add(effect);
+        std::vector<std::uint8_t> one = xlsodbc::EncodeEffectRecord(log, version);
+        encoded.insert(encoded.end(), one.begin(), one.end());
+        // Cells far out would only measure the allocator: a full grid is gigabytes.
+        bool small = true;
+        for (const auto& effect : unit) small = small && effect.row < 4096 && effect.column < 256;
+        if (small) (void)xlsodbc::ApplyEffects(unit, &book);
+      }
+      std::vector<std::vector<xlsodbc::Effect>> units2;
+      Require(xlsodbc::DecodeEffectRecords(encoded.data(), encoded.size(), &units2, &reread,
+                                           version)
+                      .ok() &&
+                  reread == encoded.size(),
+              "re-encoded effects do not decode whole");
+      Require(units == units2, "re-encoded effects decode differently");
     }
-    std::vector<std::vector<xlsodbc::Effect>> units2;
-    Require(xlsodbc::DecodeEffectRecords(encoded.data(), encoded.size(), &units2, &reread).ok() &&
-                reread == encoded.size(),
-            "re-encoded effects do not decode whole");
-    Require(units == units2, "re-encoded effects decode differently");
   }
   return 0;
 }
