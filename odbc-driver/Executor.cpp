@@ -118,17 +118,21 @@ Error CellWrites::Set(int row, int column, const Value& v, bool keepStyle,
                  "Column " + QuoteShort(columnName) + " would lie past column " + grid_.lastColumn +
                      ": a sheet has " + std::to_string(grid_.columns) + " columns.");
   }
-  Write w{row, column, keepStyle, Cell()};
+  // Checked first, then made where it is queued: a row of cells costs no temporaries.
   if (v.kind == Value::Kind::kNumber) {
     if (!std::isfinite(v.number)) {
       return Error(ErrorKind::kInvalidValue, "The value for column " + QuoteShort(columnName) +
                                                  " is not a finite number: a cell cannot "
                                                  "hold NaN or infinity.");
     }
-    w.cell = Cell::Number(v.number);
+    Write& w = Queue(row, column, keepStyle);
+    w.cell.type = xls::CellType::kNumber;
+    w.cell.number = v.number;
   } else if (v.kind == Value::Kind::kText) {
     if (IsAscii(v.text) && v.text.size() <= xls::kMaxCellChars) {
-      w.cell = Cell::Text(v.text);
+      Write& w = Queue(row, column, keepStyle);
+      w.cell.type = xls::CellType::kText;
+      w.cell.text = v.text;
     } else {
       std::string stored;
       std::size_t units;
@@ -139,24 +143,36 @@ Error CellWrites::Set(int row, int column, const Value& v, bool keepStyle,
                          " characters; a cell holds at most " + WithCommas(xls::kMaxCellChars) +
                          " (counted in UTF-16 code units).");
       }
-      w.cell = Cell::Text(stored);
+      Write& w = Queue(row, column, keepStyle);
+      w.cell.type = xls::CellType::kText;
+      w.cell.text = stored;
     }
+  } else {
+    Queue(row, column, keepStyle);  // cleared
   }
-  writes_.push_back(std::move(w));
   return Error();
 }
 
+CellWrites::Write& CellWrites::Queue(int row, int column, bool keepStyle) {
+  Write& w = writes_.emplace_back();
+  w.row = row;
+  w.column = column;
+  w.keepStyle = keepStyle;
+  return w;
+}
+
 void CellWrites::ApplyTo(Sheet* sheet, EffectLog* effects) {
+  if (effects && !writes_.empty()) effects->NameSheet(sheet->name());
   for (Write& w : writes_) {
     if (w.cell.isEmpty()) {
       sheet->clear(w.row, w.column);
-      if (effects) effects->SetCell(sheet->name(), w.row, w.column, sheet->at(w.row, w.column));
+      if (effects) effects->AddCell(w.row, w.column, sheet->at(w.row, w.column));
       continue;
     }
     Cell& cell = sheet->mutableAt(w.row, w.column);
     if (w.keepStyle) w.cell.style = cell.style;
     cell = std::move(w.cell);
-    if (effects) effects->SetCell(sheet->name(), w.row, w.column, cell);
+    if (effects) effects->AddCell(w.row, w.column, cell);
   }
   writes_.clear();
 }

@@ -63,10 +63,12 @@ class CellWrites {
 
  private:
   struct Write {
-    int row, column;
-    bool keepStyle;
+    int row = 0, column = 0;
+    bool keepStyle = false;
     xls::Cell cell;
   };
+  // A new write of an empty cell at the end of the queue.
+  Write& Queue(int row, int column, bool keepStyle);
   SheetGrid grid_;
   std::vector<Write> writes_;
 };

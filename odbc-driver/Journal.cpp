@@ -350,8 +350,7 @@ void EffectLog::ClearRange(const std::string& sheet, const CellRange& r) {
   for (int v : {r.top, r.left, r.bottom, r.right}) Put32(&bytes_, static_cast<std::uint32_t>(v));
 }
 
-void EffectLog::SetCell(const std::string& sheet, int row, int column, const xls::Cell& cell) {
-  NameSheet(sheet);
+void EffectLog::AddCell(int row, int column, const xls::Cell& cell) {
   const bool extends = runEnd_ == bytes_.size() && row == runRow_ && column == runNext_ &&
                        (bytes_[runCount_] | (bytes_[runCount_ + 1] << 8)) < 0xFFFF;
   if (extends) {

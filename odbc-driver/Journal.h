@@ -103,7 +103,14 @@ class EffectLog {
   void AddStyle(std::uint16_t index, const xls::Style& style);
   void ClearSheet(const std::string& sheet);
   void ClearRange(const std::string& sheet, const CellRange& r);
-  void SetCell(const std::string& sheet, int row, int column, const xls::Cell& cell);
+  void SetCell(const std::string& sheet, int row, int column, const xls::Cell& cell) {
+    NameSheet(sheet);
+    AddCell(row, column, cell);
+  }
+  // SetCell in steps, for many cells of one sheet: the sheet is named once. AddCell names
+  // the sheet of the last NameSheet, AddSheet or SetCell, with nothing else between.
+  void NameSheet(const std::string& sheet);
+  void AddCell(int row, int column, const xls::Cell& cell);
   // A workbook-level name over range of sheet; its removal.
   void AddName(const std::string& sheet, const std::string& name, const CellRange& range);
   void RemoveName(const std::string& name);
@@ -117,7 +124,6 @@ class EffectLog {
   const std::vector<std::uint8_t>& bytes() const { return bytes_; }
 
  private:
-  void NameSheet(const std::string& sheet);
   std::vector<std::uint8_t> bytes_;
   std::string sheet_;  // the sheet named last
   bool named_ = false;

@@ -48,9 +48,19 @@ void AppendColumnsAndClose(CString& statement, const CStringArray& fieldNames) {
 // values are copied straight into it rather than formatted one by one.
 void AppendEachValue(std::string& statement, const CStringArray& values, std::string_view head,
                      std::string_view tail) {
-  for (const CString& value : values.items()) {
-    const std::string& v = value.str();
-    statement.append(head).append(v.data(), std::min(v.find('\0'), v.size())).append(tail);
+  const auto& items = values.items();
+  std::size_t size = statement.size() + items.size() * (head.size() + tail.size());
+  for (const CString& value : items) size += std::strlen(value.GetString());
+  std::size_t at = statement.size();
+  statement.resize(size);
+  char* out = statement.data();
+  for (const CString& value : items) {
+    const char* v = value.GetString();
+    const std::size_t n = std::strlen(v);
+    std::memcpy(out + at, head.data(), head.size());
+    std::memcpy(out + at + head.size(), v, n);
+    std::memcpy(out + at + head.size() + n, tail.data(), tail.size());
+    at += head.size() + n + tail.size();
   }
 }
 
