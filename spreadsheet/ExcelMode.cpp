@@ -48,11 +48,13 @@ void AppendColumnsAndClose(CString& statement, const CStringArray& fieldNames) {
 // values are copied straight into it rather than formatted one by one.
 void AppendEachValue(std::string& statement, const CStringArray& values, std::string_view head,
                      std::string_view tail) {
+  // Room for every value whole, then each copied up to its first zero byte, then the rest
+  // cut off: one pass over the values' bytes.
   const auto& items = values.items();
-  std::size_t size = statement.size() + items.size() * (head.size() + tail.size());
-  for (const CString& value : items) size += std::strlen(value.GetString());
+  std::size_t room = statement.size() + items.size() * (head.size() + tail.size());
+  for (const CString& value : items) room += value.str().size();
   std::size_t at = statement.size();
-  statement.resize(size);
+  statement.resize(room);
   char* out = statement.data();
   for (const CString& value : items) {
     const char* v = value.GetString();
@@ -62,6 +64,7 @@ void AppendEachValue(std::string& statement, const CStringArray& values, std::st
     std::memcpy(out + at + head.size() + n, tail.data(), tail.size());
     at += head.size() + n + tail.size();
   }
+  statement.resize(at);
 }
 
 void AppendNumber(std::string& out, long n) {

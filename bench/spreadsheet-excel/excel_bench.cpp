@@ -123,6 +123,9 @@ int main(int argc, char** argv) {
       saveOnly = true;
     } else if (a == "--runs" && i + 1 < argc) {
       runs = std::atoi(argv[++i]);
+    } else if (!a.empty() && a[0] == '-') {
+      std::fprintf(stderr, "usage: excel_bench [--peers-only | --save-only] [--runs N] [DRIVER.so]\n");
+      return a == "--help" ? 0 : 2;
     } else {
       driver = a;
     }
@@ -131,7 +134,7 @@ int main(int argc, char** argv) {
   if (driver.empty()) driver = XLSODBC_DRIVER_PATH;  // the driver built beside this program
 #endif
   if (!peersOnly && driver.empty()) {
-    std::fprintf(stderr, "usage: excel_bench [--peers-only] [--runs N] [DRIVER.so]\n");
+    std::fprintf(stderr, "usage: excel_bench [--peers-only | --save-only] [--runs N] [DRIVER.so]\n");
     return 2;
   }
 

@@ -23,7 +23,7 @@ void PrintUsage(std::FILE* out);
 // One command's synopsis, summary and details.
 void PrintCommandHelp(const CommandHelp& help, std::FILE* out);
 
-// "sheet 0.3.0" and the license line.
+// "sheet 0.4.0" and the license line.
 void PrintVersion(std::FILE* out);
 
 }  // namespace sheet
