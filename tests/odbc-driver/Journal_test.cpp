@@ -205,6 +205,10 @@ class DatabaseTest : public ::testing::Test {
     const xls::Sheet* s = wb.findSheet("S");
     return (s ? "S" + std::to_string(s->usedRows() - 1) : "no S") + (wb.findSheet("T") ? " T" : "");
   }
+  static std::string ReadAll(const std::string& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
   std::string dir_, path_;
 };
 
@@ -394,12 +398,8 @@ TEST_F(DatabaseTest, UnknownJournalFailsToConnectAndTouchesNothing) {
     ASSERT_TRUE(Open(&db).ok());
     ASSERT_TRUE(Run(db.get(), "CREATE TABLE [S] ([n] char(255))").ok());
     ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (1)").ok());
-    auto read = [](const std::string& p) {
-      std::ifstream in(p, std::ios::binary);
-      return std::string(std::istreambuf_iterator<char>(in), {});
-    };
-    std::string journal = read(path_ + "-journal");
-    const std::string workbook = read(path_);
+    std::string journal = ReadAll(path_ + "-journal");
+    const std::string workbook = ReadAll(path_);
     db.reset();  // folds; put both back as a crash would have left them
     std::ofstream(path_, std::ios::binary | std::ios::trunc) << workbook;
     ASSERT_GT(journal.size(), kJournalHeaderSize + 9);
@@ -418,8 +418,8 @@ TEST_F(DatabaseTest, UnknownJournalFailsToConnectAndTouchesNothing) {
     Error e = Open(&db);
     EXPECT_EQ(e.kind(), ErrorKind::kWorkbookCorrupt) << damage;
     EXPECT_NE(e.message().find("left as they are"), std::string::npos) << e.message();
-    EXPECT_EQ(read(path_), workbook) << damage;
-    EXPECT_EQ(read(path_ + "-journal"), journal) << damage;
+    EXPECT_EQ(ReadAll(path_), workbook) << damage;
+    EXPECT_EQ(ReadAll(path_ + "-journal"), journal) << damage;
   }
 }
 
@@ -470,12 +470,8 @@ TEST_F(DatabaseTest, VersionTwoJournalIsReplayedAndFolded) {
   ASSERT_TRUE(Open(&db).ok());
   ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (2)").ok());
   ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (3)").ok());
-  auto read = [](const std::string& p) {
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  };
-  std::string journal = read(path_ + "-journal");
-  const std::string workbook = read(path_);
+  std::string journal = ReadAll(path_ + "-journal");
+  const std::string workbook = ReadAll(path_);
   db.reset();
   // The same records as the older driver framed them.
   journal[7] = '2';
@@ -493,7 +489,7 @@ TEST_F(DatabaseTest, VersionTwoJournalIsReplayedAndFolded) {
   EXPECT_FALSE(std::filesystem::exists(path_ + "-journal")) << "folded at connect";
   EXPECT_EQ(RowsOnDisk(), 3);
   ASSERT_TRUE(Run(db.get(), "INSERT INTO [S] VALUES (4)").ok());
-  EXPECT_EQ(read(path_ + "-journal").substr(0, 8), "XLSJRNL3");
+  EXPECT_EQ(ReadAll(path_ + "-journal").substr(0, 8), "XLSJRNL3");
   db.reset();
   EXPECT_EQ(RowsOnDisk(), 4);
 }
