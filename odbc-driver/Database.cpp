@@ -605,7 +605,9 @@ Error Database::EndChange(bool changed, const EffectLog& statement) {
     return Error();
   }
   Error e;
-  if (changed) {
+  if (changed && model_->styles().size() == journaledStyles_) {
+    e = Save(statement, /*commit=*/false);  // the statement alone is the unit
+  } else if (changed) {
     EffectLog unit;
     TakeEffects(statement, &unit);
     e = Save(unit, /*commit=*/false);

@@ -24,14 +24,29 @@ std::uint8_t* Grow(std::vector<std::uint8_t>* out, std::size_t n) {
   out->resize(at + n);
   return out->data() + at;
 }
+std::uint8_t* Grow(ByteLog* out, std::size_t n) { return out->Extend(n); }
 std::uint8_t* Store(std::uint8_t* p, std::uint64_t v, int bytes) {
   for (int i = 0; i < bytes; ++i) *p++ = static_cast<std::uint8_t>(v >> (8 * i));
   return p;
 }
-void Put16(std::vector<std::uint8_t>* out, std::uint16_t v) { Store(Grow(out, 2), v, 2); }
-void Put32(std::vector<std::uint8_t>* out, std::uint32_t v) { Store(Grow(out, 4), v, 4); }
-void Put64(std::vector<std::uint8_t>* out, std::uint64_t v) { Store(Grow(out, 8), v, 8); }
-void PutBytes(std::vector<std::uint8_t>* out, std::string_view s) {
+template <typename Out>
+void PutByte(Out* out, std::uint8_t v) {
+  *Grow(out, 1) = v;
+}
+template <typename Out>
+void Put16(Out* out, std::uint16_t v) {
+  Store(Grow(out, 2), v, 2);
+}
+template <typename Out>
+void Put32(Out* out, std::uint32_t v) {
+  Store(Grow(out, 4), v, 4);
+}
+template <typename Out>
+void Put64(Out* out, std::uint64_t v) {
+  Store(Grow(out, 8), v, 8);
+}
+template <typename Out>
+void PutBytes(Out* out, std::string_view s) {
   std::uint8_t* p = Store(Grow(out, 4 + s.size()), s.size(), 4);
   if (!s.empty()) std::memcpy(p, s.data(), s.size());
 }
@@ -297,6 +312,14 @@ bool operator==(const Effect& a, const Effect& b) {
   }
 }
 
+void ByteLog::Reserve(std::size_t n) {
+  const std::size_t capacity = std::max<std::size_t>({n, 2 * capacity_, 256});
+  std::unique_ptr<std::uint8_t[]> bigger(new std::uint8_t[capacity]);
+  if (size_ > 0) std::memcpy(bigger.get(), data_.get(), size_);
+  data_ = std::move(bigger);
+  capacity_ = capacity;
+}
+
 void EffectLog::clear() {
   bytes_.clear();
   named_ = false;
@@ -307,7 +330,7 @@ void EffectLog::clear() {
 void EffectLog::Append(const EffectLog& other) {
   if (other.empty()) return;
   // other's first sheet effect names its sheet: it began without one named.
-  bytes_.insert(bytes_.end(), other.bytes_.begin(), other.bytes_.end());
+  bytes_.Append(other.bytes_.data(), other.bytes_.size());
   sheet_ = other.sheet_;
   named_ = other.named_;
   runEnd_ = static_cast<std::size_t>(-1);  // the next cell starts a row of its own
@@ -315,38 +338,38 @@ void EffectLog::Append(const EffectLog& other) {
 
 void EffectLog::NameSheet(const std::string& sheet) {
   if (named_ && sheet == sheet_) return;
-  bytes_.push_back(kUseSheet);
+  PutByte(&bytes_, kUseSheet);
   PutBytes(&bytes_, sheet);
   sheet_ = sheet;
   named_ = true;
 }
 
 void EffectLog::AddSheet(const std::string& name) {
-  bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kAddSheet));
+  PutByte(&bytes_, static_cast<std::uint8_t>(Effect::Op::kAddSheet));
   PutBytes(&bytes_, name);
   sheet_ = name;
   named_ = true;
 }
 
 void EffectLog::AddStyle(std::uint16_t index, const xls::Style& s) {
-  bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kAddStyle));
+  PutByte(&bytes_, static_cast<std::uint8_t>(Effect::Op::kAddStyle));
   Put16(&bytes_, index);
   for (auto b : {static_cast<int>(s.bold), static_cast<int>(s.horizontal),
                  static_cast<int>(s.vertical), static_cast<int>(s.left), static_cast<int>(s.right),
                  static_cast<int>(s.top), static_cast<int>(s.bottom)}) {
-    bytes_.push_back(static_cast<std::uint8_t>(b));
+    PutByte(&bytes_, static_cast<std::uint8_t>(b));
   }
   PutBytes(&bytes_, s.numberFormat);
 }
 
 void EffectLog::ClearSheet(const std::string& sheet) {
   NameSheet(sheet);
-  bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kClearSheet));
+  PutByte(&bytes_, static_cast<std::uint8_t>(Effect::Op::kClearSheet));
 }
 
 void EffectLog::ClearRange(const std::string& sheet, const CellRange& r) {
   NameSheet(sheet);
-  bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kClearRange));
+  PutByte(&bytes_, static_cast<std::uint8_t>(Effect::Op::kClearRange));
   for (int v : {r.top, r.left, r.bottom, r.right}) Put32(&bytes_, static_cast<std::uint32_t>(v));
 }
 
@@ -387,13 +410,13 @@ void EffectLog::AddCell(int row, int column, const xls::Cell& cell) {
 void EffectLog::AddName(const std::string& sheet, const std::string& name,
                         const CellRange& r) {
   NameSheet(sheet);
-  bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kAddName));
+  PutByte(&bytes_, static_cast<std::uint8_t>(Effect::Op::kAddName));
   PutBytes(&bytes_, name);
   for (int v : {r.top, r.bottom, r.left, r.right}) Put32(&bytes_, static_cast<std::uint32_t>(v));
 }
 
 void EffectLog::RemoveName(const std::string& name) {
-  bytes_.push_back(static_cast<std::uint8_t>(Effect::Op::kRemoveName));
+  PutByte(&bytes_, static_cast<std::uint8_t>(Effect::Op::kRemoveName));
   PutBytes(&bytes_, name);
 }
 
@@ -424,7 +447,7 @@ std::vector<std::uint8_t> EncodeEffectRecord(const EffectLog& log, int version) 
   Put32(&out, static_cast<std::uint32_t>(1 + log.size()));
   Put32(&out, 0);
   out.push_back(kUnitRecord);
-  out.insert(out.end(), log.bytes().begin(), log.bytes().end());
+  out.insert(out.end(), log.data(), log.data() + log.size());
   const std::uint32_t sum = ChecksumOf(version)(out.data() + 8, out.size() - 8);
   for (int i = 0; i < 4; ++i) out[4 + i] = static_cast<std::uint8_t>(sum >> (8 * i));
   return out;

@@ -44,7 +44,10 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "odbc-driver/Error.h"
@@ -96,6 +99,52 @@ bool operator==(const Effect& a, const Effect& b);
 // The effects of statements, encoded as they are made: the cell-writing layers (CellWrites,
 // the SQL engine's virtual tables) add to it when a statement succeeds; a unit's log becomes
 // one record. Consecutive effects on one sheet name it once.
+// Bytes appended at the end: room grows by doubling and is not cleared first, so appending a
+// cell costs a bounds check and its stores.
+class ByteLog {
+ public:
+  ByteLog() = default;
+  ByteLog(const ByteLog& o) { Append(o.data(), o.size()); }
+  ByteLog& operator=(const ByteLog& o) {
+    if (this != &o) {
+      size_ = 0;
+      Append(o.data(), o.size());
+    }
+    return *this;
+  }
+  ByteLog(ByteLog&& o) noexcept
+      : data_(std::move(o.data_)), size_(std::exchange(o.size_, 0)),
+        capacity_(std::exchange(o.capacity_, 0)) {}
+  ByteLog& operator=(ByteLog&& o) noexcept {
+    data_ = std::move(o.data_);
+    size_ = std::exchange(o.size_, 0);
+    capacity_ = std::exchange(o.capacity_, 0);
+    return *this;
+  }
+
+  // n more bytes at the end, for the caller to store.
+  std::uint8_t* Extend(std::size_t n) {
+    if (capacity_ - size_ < n) Reserve(size_ + n);
+    std::uint8_t* p = data_.get() + size_;
+    size_ += n;
+    return p;
+  }
+  void Append(const std::uint8_t* p, std::size_t n) {
+    if (n > 0) std::memcpy(Extend(n), p, n);
+  }
+  std::uint8_t& operator[](std::size_t i) { return data_[i]; }
+  std::uint8_t operator[](std::size_t i) const { return data_[i]; }
+  const std::uint8_t* data() const { return data_.get(); }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  void clear() { size_ = 0; }
+
+ private:
+  void Reserve(std::size_t n);
+  std::unique_ptr<std::uint8_t[]> data_;
+  std::size_t size_ = 0, capacity_ = 0;
+};
+
 class EffectLog {
  public:
   void Add(const Effect& e);
@@ -121,10 +170,10 @@ class EffectLog {
   bool empty() const { return bytes_.empty(); }
   std::size_t size() const { return bytes_.size(); }
   void clear();
-  const std::vector<std::uint8_t>& bytes() const { return bytes_; }
+  const std::uint8_t* data() const { return bytes_.data(); }
 
  private:
-  std::vector<std::uint8_t> bytes_;
+  ByteLog bytes_;
   std::string sheet_;  // the sheet named last
   bool named_ = false;
   // The row of cells written last, while nothing follows it: where its count is, the cell

@@ -577,7 +577,13 @@ bool IsCanonicalNumber(std::string_view text, double* value) {
 }
 
 Error ParseSql(std::string_view sql, Statement* out) {
-  *out = Statement();
+  // Emptied, keeping the lists' room: a statement handle parses one INSERT a row.
+  out->kind = Statement::Kind::kSelect;
+  out->table = TableRef();
+  out->columns.clear();
+  out->values.clear();
+  out->where.reset();
+  out->parameterCount = 0;
   return Parser(sql).Parse(out);
 }
 

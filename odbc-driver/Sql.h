@@ -65,6 +65,8 @@ struct Condition {
 constexpr int kMaxConditionDepth = 200;
 constexpr int kMaxConditionTerms = 1000000;
 
+// ParseSql empties every member before it parses (keeping the lists' room): a member added
+// here is emptied there too.
 struct Statement {
   enum class Kind { kSelect, kCreate, kInsert, kUpdate, kDrop };
   Kind kind = Kind::kSelect;

@@ -18,7 +18,7 @@ bool CSpreadSheet::ReadRow(CStringArray& RowValues, long row) {
   } else if (currentRow > rowLines.GetSize()) {
     return false;  // the end of a sequential read; lastError stays as it was
   }
-  RowValues.RemoveAll();
+  RowValues.items().clear();  // its room kept: a save reads every row into one array
   // Split straight from the held line: RowValues is never rowLines (both are callers' own
   // or this object's other arrays).
   const CString& line = rowLines.GetAt(currentRow - 1);  // below 0 raises CInvalidArgException
