@@ -107,6 +107,7 @@ Error Database::Open(const DatabaseOptions& options, std::unique_ptr<Database>* 
   // The journal and its lock belong to the file itself: every link to it shares them.
   fileio::Result resolved = fileio::ResolveLinks(options.path, &db->file_);
   if (!resolved.ok()) return Error(ErrorKind::kIO, resolved.message());
+  db->journalPath_ = db->file_ + "-journal";
   Error e = db->Lock(false, false);
   if (e.ok()) e = db->CatchUp();
   bool pending = db->applied_ > kJournalHeaderSize;
@@ -163,10 +164,10 @@ Error Database::Lock(bool exclusive, bool create) {
   // A shared lock is not turned into an exclusive one in place: flock() would let go of it
   // first anyway, and whoever came between must be seen.
   Release();
-  LockLease::ReleaseOthers(journalPath(), lease_.get());
+  const std::string& path = journalPath();
+  LockLease::ReleaseOthers(path, lease_.get());
   auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.lockTimeoutMs);
-  std::string path = journalPath();
   while (true) {
     if (journalFd_ < 0 && create) {
       // Refused before the journal is touched: a change that could never be folded into the

@@ -124,7 +124,7 @@ class Database {
 
  private:
   explicit Database(DatabaseOptions options);
-  std::string journalPath() const { return file_ + "-journal"; }
+  const std::string& journalPath() const { return journalPath_; }
 
   // Both do nothing while a unit is open: it holds the exclusive lock until it ends. Unlock
   // lends the lock to the lease; Lock takes it back when it is still held and covers what
@@ -170,6 +170,7 @@ class Database {
 
   DatabaseOptions options_;
   std::string file_;  // options_.path with symbolic links followed, resolved at Open
+  std::string journalPath_;  // file_ + "-journal": named once, since each statement lends it
   std::shared_ptr<xls::Workbook> model_;
   FileId loaded_;               // the workbook file the model was read from
   xls::WorkbookFormat format_;  // what Fold writes (see grid())
